@@ -366,4 +366,4 @@ void TableFilesTest::labelledColumns()
 }
 
 QTEST_GUILESS_MAIN(TableFilesTest)
-#include "tst_tablefiles.moc"
+#include "test_table_files.moc"

@@ -141,4 +141,4 @@ void TableWidgetsTest::readMissingFileKeepsTable()
 }
 
 QTEST_MAIN(TableWidgetsTest)
-#include "tst_tablewidgets.moc"
+#include "test_table_widgets.moc"
