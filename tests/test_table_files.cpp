@@ -1,0 +1,369 @@
+#include "project/TableFiles.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <cmath>
+
+namespace {
+
+// Cells written as rows of texts; "<none>" stands for a cell without item.
+TableCells cellsOf(const StringMatrix &rows)
+{
+    TableCells cells;
+    cells.setRowCount(rows.size());
+    cells.setColumnCount(rows.isEmpty() ? 0 : rows.first().size());
+    for (int r = 0; r < rows.size(); ++r)
+        for (int c = 0; c < rows[r].size(); ++c)
+            if (rows[r][c] != QLatin1String("<none>"))
+                cells.setCell(r, c, rows[r][c]);
+    return cells;
+}
+
+StringMatrix describe(const TableCells &cells)
+{
+    StringMatrix rows;
+    for (const auto &row : cells.rows) {
+        QStringList texts;
+        for (const auto &cell : row)
+            texts << (cell ? *cell : QStringLiteral("<none>"));
+        rows << texts;
+    }
+    return rows;
+}
+
+QByteArray fileContent(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return "<unreadable>";
+    return file.readAll();
+}
+
+bool sameDoubles(const DoubleMatrix &a, const DoubleMatrix &b, double relativeTolerance)
+{
+    if (a.size() != b.size())
+        return false;
+    for (int r = 0; r < a.size(); ++r) {
+        if (a[r].size() != b[r].size())
+            return false;
+        for (int c = 0; c < a[r].size(); ++c) {
+            const double x = a[r][c], y = b[r][c];
+            if (std::isnan(x) || std::isnan(y)) {
+                if (std::isnan(x) != std::isnan(y))
+                    return false;
+            } else if (std::abs(x - y) > relativeTolerance * std::max(std::abs(x), std::abs(y))) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(StringMatrix)
+Q_DECLARE_METATYPE(DoubleMatrix)
+
+class TableFilesTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void tableText_data();
+    void tableText();
+    void writtenTableReadsBack_data();
+    void writtenTableReadsBack();
+    void headersText();
+    void fillFromText_data();
+    void fillFromText();
+    void fillFromDoubleMatrix_data();
+    void fillFromDoubleMatrix();
+    void fillFromIntAndStringMatrices();
+    void emptyMatrixKeepsColumns();
+    void cellNumbers_data();
+    void cellNumbers();
+    void stringMatrixUndoesPlaceholder();
+    void matrixWriters();
+    void doubleMatrixRoundTrip();
+    void textToDoubleMatrix();
+    void unwritableFileLogsOnly();
+    void missingFileLeavesTargetUnchanged();
+    void labelledColumns();
+};
+
+void TableFilesTest::tableText_data()
+{
+    QTest::addColumn<StringMatrix>("cells");
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("2x2, no line end after the last row")
+        << StringMatrix{{"a", "b"}, {"c", "d"}} << "a,b\nc,d";
+    QTest::newRow("missing last cell of an upper row")
+        << StringMatrix{{"a", "<none>"}, {"c", "d"}} << "a, \nc,d";
+    QTest::newRow("missing first cell of an upper row")
+        << StringMatrix{{"<none>", "b"}, {"c", "d"}} << " ,b\nc,d";
+    QTest::newRow("missing middle cell of the last row has no blank")
+        << StringMatrix{{"a", "b", "c"}, {"d", "<none>", "f"}} << "a,b,c\nd,,f";
+    QTest::newRow("missing last cell of the last row writes nothing")
+        << StringMatrix{{"a", "b"}, {"c", "<none>"}} << "a,b\nc,";
+    QTest::newRow("one row") << StringMatrix{{"1", "2", "3"}} << "1,2,3";
+    QTest::newRow("no rows") << StringMatrix{} << "";
+    QTest::newRow("texts kept as they are")
+        << StringMatrix{{" x ", "1e-3"}, {"", "NaN"}} << " x ,1e-3\n,NaN";
+}
+
+void TableFilesTest::tableText()
+{
+    QFETCH(StringMatrix, cells);
+    QFETCH(QString, text);
+    QCOMPARE(::tableText(cellsOf(cells)), text);
+
+    QTemporaryDir dir;
+    const QString path = dir.filePath("table.csv");
+    writeTable(path, cellsOf(cells));
+    QCOMPARE(fileContent(path), text.toUtf8());
+}
+
+void TableFilesTest::writtenTableReadsBack_data()
+{
+    QTest::addColumn<StringMatrix>("cells");
+    QTest::addColumn<StringMatrix>("strings");
+
+    QTest::newRow("full") << StringMatrix{{"a", "b"}, {"c", "d"}}
+                          << StringMatrix{{"a", "b"}, {"c", "d"}};
+    QTest::newRow("placeholder becomes empty")
+        << StringMatrix{{"a", "<none>"}, {"c", "d"}} << StringMatrix{{"a", ""}, {"c", "d"}};
+    QTest::newRow("missing cells in every row")
+        << StringMatrix{{"<none>", "1", "2"}, {"3", "<none>", "5"}, {"6", "7", "<none>"}}
+        << StringMatrix{{"", "1", "2"}, {"3", "", "5"}, {"6", "7", ""}};
+    QTest::newRow("a comma inside a cell splits it")
+        << StringMatrix{{"x,y", "z"}, {"1", "2"}}
+        << StringMatrix{{"x", "y", "z"}, {"1", "2", "NA"}};
+}
+
+void TableFilesTest::writtenTableReadsBack()
+{
+    QFETCH(StringMatrix, cells);
+    QFETCH(StringMatrix, strings);
+
+    QTemporaryDir dir;
+    const QString path = dir.filePath("table.csv");
+    writeTable(path, cellsOf(cells));
+    TableCells read;
+    QVERIFY(readTable(path, read));
+    QCOMPARE(tableStringMatrix(read), strings);
+}
+
+void TableFilesTest::headersText()
+{
+    const TableCells cells = cellsOf({{"a", "<none>"}, {"c", "<none>"}});
+    const QString text = tableTextWithHeaders(cells, {QString("h1"), std::nullopt},
+                                              {QString("r1")});
+    QCOMPARE(text, QString(" ,h1, \nr1,a, \n ,c,"));
+
+    QTemporaryDir dir;
+    const QString path = dir.filePath("headers.csv");
+    writeTableWithHeaders(path, cells, {QString("h1"), QString("h2")},
+                          {QString("r1"), QString("r2")});
+    QCOMPARE(fileContent(path), QByteArray(" ,h1,h2\nr1,a, \nr2,c,"));
+}
+
+void TableFilesTest::fillFromText_data()
+{
+    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<StringMatrix>("cells");
+
+    QTest::newRow("columns from the last line, widened by a longer one")
+        << QStringList{"a,b,c,d,e", "a,b", "a,b,c"}
+        << StringMatrix{{"a", "b", "c", "d", "e"},
+                        {"a", "b", "NA", "NA", "NA"},
+                        {"a", "b", "c", "NA", "NA"}};
+    QTest::newRow("rows before the widening have no items in new columns")
+        << QStringList{"a", "a,b,c,d", "a,b"}
+        << StringMatrix{{"a", "NA", "<none>", "<none>"},
+                        {"a", "b", "c", "d"},
+                        {"a", "b", "NA", "NA"}};
+    QTest::newRow("empty fields are kept")
+        << QStringList{",x,", ", ,"} << StringMatrix{{"", "x", ""}, {"", " ", ""}};
+}
+
+void TableFilesTest::fillFromText()
+{
+    QFETCH(QStringList, lines);
+    QFETCH(StringMatrix, cells);
+
+    TableCells table = cellsOf({{"old", "old", "old", "old", "old", "old", "old"}});
+    fillTableFromText(table, lines);
+    QCOMPARE(describe(table), cells);
+}
+
+void TableFilesTest::fillFromDoubleMatrix_data()
+{
+    QTest::addColumn<DoubleMatrix>("matrix");
+    QTest::addColumn<StringMatrix>("cells");
+
+    QTest::newRow("rows of 3 and 2") << DoubleMatrix{{1, 2, 3}, {4, 5}}
+                                     << StringMatrix{{"1", "2", "3"}, {"4", "5", "NaN"}};
+    QTest::newRow("widening leaves earlier rows without items")
+        << DoubleMatrix{{1, 2}, {3, 4, 5}, {6}}
+        << StringMatrix{{"1", "2", "<none>"}, {"3", "4", "5"}, {"6", "NaN", "NaN"}};
+    QTest::newRow("six significant digits")
+        << DoubleMatrix{{1234567.0, 0.1, 1.0 / 3.0, -2.5e-7, std::nan("")}}
+        << StringMatrix{{"1.23457e+06", "0.1", "0.333333", "-2.5e-07", "nan"}};
+}
+
+void TableFilesTest::fillFromDoubleMatrix()
+{
+    QFETCH(DoubleMatrix, matrix);
+    QFETCH(StringMatrix, cells);
+
+    TableCells table = cellsOf({{"old"}, {"old"}, {"old"}, {"old"}});
+    fillTableCells(table, matrix);
+    QCOMPARE(describe(table), cells);
+}
+
+void TableFilesTest::fillFromIntAndStringMatrices()
+{
+    TableCells table;
+    fillTableCells(table, IntMatrix{{-1, 2147483647}, {3}});
+    QCOMPARE(describe(table), (StringMatrix{{"-1", "2147483647"}, {"3", "NaN"}}));
+
+    fillTableCells(table, StringMatrix{{"x"}, {"y", "z"}});
+    QCOMPARE(describe(table), (StringMatrix{{"x", "NaN"}, {"y", "z"}}));
+}
+
+void TableFilesTest::emptyMatrixKeepsColumns()
+{
+    TableCells table = cellsOf({{"a", "b", "c"}});
+    fillTableCells(table, DoubleMatrix{});
+    QCOMPARE(table.rowCount(), 0);
+    QCOMPARE(table.columnCount(), 3);
+}
+
+void TableFilesTest::cellNumbers_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<double>("value");
+
+    QTest::newRow("blank inside a number") << "1 000" << 1000.0;
+    QTest::newRow("blanks around") << "  2.5 " << 2.5;
+    QTest::newRow("not a number") << "abc" << 0.0;
+    QTest::newRow("empty text is 0, not missing") << "" << 0.0;
+    QTest::newRow("exponent") << "1e3" << 1000.0;
+    QTest::newRow("negative exponent") << "-1.5E-2" << -0.015;
+    QTest::newRow("trailing junk") << "12abc" << 0.0;
+}
+
+void TableFilesTest::cellNumbers()
+{
+    QFETCH(QString, text);
+    QFETCH(double, value);
+    QCOMPARE(lenientCellNumber(text), value);
+    const DoubleMatrix matrix = tableDoubleMatrix(cellsOf({{text}}));
+    QCOMPARE(matrix.value(0).value(0), value);
+}
+
+void TableFilesTest::stringMatrixUndoesPlaceholder()
+{
+    const TableCells cells = cellsOf({{" ", "<none>", "  ", "x"}});
+    QCOMPARE(tableStringMatrix(cells), (StringMatrix{{"", "", "  ", "x"}}));
+    const DoubleMatrix values = tableDoubleMatrix(cells);
+    QVERIFY(std::isnan(values[0][0]));
+    QVERIFY(std::isnan(values[0][1]));
+    QCOMPARE(values[0][2], 0.0);
+    QCOMPARE(values[0][3], 0.0);
+}
+
+void TableFilesTest::matrixWriters()
+{
+    QTemporaryDir dir;
+    const QString doublePath = dir.filePath("d.csv");
+    writeDoubleMatrix(doublePath, {{0.1, 1.0 / 3.0, -2.5e-20}, {}, {123456789012345678.0, 2}});
+    QCOMPARE(fileContent(doublePath),
+             QByteArray("0.1,0.3333333333333333,-2.5e-20\n\n1.234567890123457e+17,2\n"));
+
+    const QString intPath = dir.filePath("i.csv");
+    writeIntMatrix(intPath, {{1, -2}, {2147483647}, {}});
+    QCOMPARE(fileContent(intPath), QByteArray("1,-2\n2147483647\n\n"));
+}
+
+void TableFilesTest::doubleMatrixRoundTrip()
+{
+    const DoubleMatrix matrix{{M_PI, -std::exp(1.0), 1e-300},
+                              {6.02214076e23, 0.0},
+                              {std::nan(""), 1.0 / 7.0}};
+    QTemporaryDir dir;
+    const QString path = dir.filePath("m.csv");
+    writeDoubleMatrix(path, matrix);
+    QVERIFY(sameDoubles(readDoubleMatrix(path), matrix, 1e-15));
+
+    QFile file(dir.filePath("lenient.csv"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("1, 2 ,abc\n\n3");
+    file.close();
+    QVERIFY(sameDoubles(readDoubleMatrix(file.fileName()), DoubleMatrix{{1, 2, 0}, {0}, {3}}, 0));
+}
+
+void TableFilesTest::textToDoubleMatrix()
+{
+    QVERIFY(sameDoubles(::textToDoubleMatrix("1,2\n3, 4 ,x\n\n5\n"),
+                        DoubleMatrix{{1, 2}, {3, 4, 0}, {5}}, 0));
+    QVERIFY(::textToDoubleMatrix("").isEmpty());
+}
+
+void TableFilesTest::unwritableFileLogsOnly()
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath("no/such/folder/x.csv");
+
+    QTest::ignoreMessage(QtDebugMsg, "Error, unable to save");
+    writeDoubleMatrix(path, {{1}});
+    QTest::ignoreMessage(QtDebugMsg, "Error, unable to save");
+    writeIntMatrix(path, {{1}});
+    QTest::ignoreMessage(QtDebugMsg, "Error, unable to open");
+    writeTable(path, cellsOf({{"a"}}));
+    QTest::ignoreMessage(QtDebugMsg, "Error, unable to open");
+    writeTableWithHeaders(path, cellsOf({{"a"}}), {}, {});
+    QTest::ignoreMessage(QtDebugMsg, "Error, unable to save");
+    writeLabelledColumns(path, {"time"}, {{1}});
+    QVERIFY(!QFile::exists(path));
+}
+
+void TableFilesTest::missingFileLeavesTargetUnchanged()
+{
+    QTemporaryDir dir;
+    TableCells table = cellsOf({{"a", "<none>"}, {"c", "d"}});
+    const StringMatrix before = describe(table);
+    QVERIFY(!readTable(dir.filePath("missing.csv"), table));
+    QCOMPARE(describe(table), before);
+    QVERIFY(readDoubleMatrix(dir.filePath("missing.csv")).isEmpty());
+
+    // An empty file has no lines: no rows, columns as they were.
+    QFile empty(dir.filePath("empty.csv"));
+    QVERIFY(empty.open(QIODevice::WriteOnly));
+    empty.close();
+    QVERIFY(readTable(empty.fileName(), table));
+    QCOMPARE(table.rowCount(), 0);
+    QCOMPARE(table.columnCount(), 2);
+}
+
+void TableFilesTest::labelledColumns()
+{
+    const QString text = labelledColumnsText({"time", "1", "2"},
+                                             {{0, 0.5, 1}, {10, 20.5, 1.0 / 3.0}, {1e-7, 1234567}});
+    QCOMPARE(text, QString(",time,1,2\n"
+                           ",0,10,1e-07\n"
+                           ",0.5,20.5,1.23457e+06\n"
+                           ",1,0.333333,\n"));
+    QCOMPARE(labelledColumnsText({"a"}, {{1, 2}}, {"first", "second"}),
+             QString(",a\nfirst,1\nsecond,2\n"));
+
+    QTemporaryDir dir;
+    const QString path = dir.filePath("plot.csv");
+    writeLabelledColumns(path, {"time", "1"}, {{0, 1}, {2, 3}});
+    QCOMPARE(fileContent(path), QByteArray(",time,1\n,0,2\n,1,3\n"));
+}
+
+QTEST_GUILESS_MAIN(TableFilesTest)
+#include "test_table_files.moc"
