@@ -1,0 +1,156 @@
+#include "model_ode.h"
+
+#include "LSODA.h"
+#include "ModelRhs.h"
+
+#include <boost/numeric/odeint/integrate/integrate_adaptive.hpp>
+#include <boost/numeric/odeint/stepper/rosenbrock4.hpp>
+#include <boost/numeric/odeint/stepper/rosenbrock4_controller.hpp>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+
+namespace odeint = boost::numeric::odeint;
+namespace ublas = boost::numeric::ublas;
+
+ModelRhs::ModelRhs(const model_ode &m, const QVector<double> &parameters, int timeLimitMs)
+    : model(m),
+      n(m.numStateVariables),
+      values(std::size_t(1 + m.numStateVariables + parameters.size()), 0.0),
+      base(std::size_t(m.numStateVariables), 0.0),
+      start(std::chrono::steady_clock::now()),
+      limit(timeLimitMs)
+{
+    std::copy(parameters.begin(), parameters.end(), values.begin() + 1 + n);
+}
+
+void ModelRhs::setInterval(int i)
+{
+    infusedCompartments = &model.infusionCompartments[i];
+    infusionRates = &model.infusionRates[i];
+}
+
+void ModelRhs::checkTimeLimit() const
+{
+    if (std::chrono::steady_clock::now() - start > limit)
+        throw std::runtime_error("Exception : integration taking too long!");
+}
+
+void ModelRhs::derivatives(double t, const double *x, double *dxdt)
+{
+    values[0] = t;
+    for (int j = 0; j < n; ++j)
+        values[std::size_t(j) + 1] = x[j];
+    for (int i = 0; i < n; ++i)
+        dxdt[i] = equation(i);
+    if (infusedCompartments) {
+        for (int k = 0; k < infusedCompartments->size(); ++k)
+            dxdt[(*infusedCompartments)[k]] += (*infusionRates)[k];
+    }
+    ++evaluations;
+    checkTimeLimit();
+}
+
+std::vector<std::vector<double>> model_ode::nanRows() const
+{
+    return std::vector<std::vector<double>>(
+        std::size_t(observationTimes.size()),
+        std::vector<double>(std::size_t(numStateVariables), std::numeric_limits<double>::quiet_NaN()));
+}
+
+void model_ode::integrateRosenbrock(std::vector<double> &state, double t0, double t1, ModelRhs &rhs)
+{
+    using State = ublas::vector<double>;
+    using Matrix = ublas::matrix<double>;
+    State x(state.size());
+    std::copy(state.begin(), state.end(), x.begin());
+    auto system = [&rhs](const State &s, State &dsdt, double t) {
+        rhs.derivatives(t, &s[0], &dsdt[0]);
+    };
+    auto jacobian = [&rhs](const State &s, Matrix &j, double t, State &dfdt) {
+        rhs.jacobian(t, &s[0], j, dfdt);
+    };
+    odeint::integrate_adaptive(
+        odeint::rosenbrock4_controller<odeint::rosenbrock4<double>>(rosenbrockAbsoluteTolerance,
+                                                                    rosenbrockRelativeTolerance),
+        std::make_pair(system, jacobian), x, t0, t1, (t1 - t0) * 0.5);
+    std::copy(x.begin(), x.end(), state.begin());
+}
+
+std::vector<std::vector<double>> model_ode::evaluate(const QVector<double> &parameters)
+{
+    m_rhsEvaluations = 0;
+    if (hasParameterDependentEvents)
+        buildSchedule(parameters);
+
+    double sum = 0;
+    for (double p : parameters)
+        sum += p;
+    if (std::isnan(sum) || numStateVariables == 0)
+        return nanRows();
+
+    std::vector<std::vector<double>> rows(std::size_t(observationTimes.size()));
+    try {
+        ModelRhs rhs(*this, parameters, timeLimitMs);
+        std::vector<double> state(std::size_t(numStateVariables), 0.0);
+        // A fresh integrator per evaluation: no state carries over.
+        std::unique_ptr<LSODA> solver;
+        if (!useRosenbrock)
+            solver = std::make_unique<LSODA>();
+
+        // Observations at the first grid point see the initial state.
+        for (int r = 0; r < observationTimeIndex.size(); ++r)
+            if (observationTimeIndex[r] == 0)
+                rows[std::size_t(r)] = state;
+
+        for (int i = 0; i + 1 < timePoints.size(); ++i) {
+            for (int j = 0; j < numStateVariables; ++j) {
+                state[std::size_t(j)] += bolusDose[i][j];
+                if (!std::isnan(setValue[i][j]))
+                    state[std::size_t(j)] = setValue[i][j];
+            }
+            rhs.setInterval(i + 1);
+            if (useRosenbrock)
+                integrateRosenbrock(state, timePoints[i], timePoints[i + 1], rhs);
+            else
+                integrateLsoda(state, timePoints[i], timePoints[i + 1], rhs, *solver);
+            // The state before the doses of grid point i + 1.
+            for (int r = observationTimeIndex.indexOf(i + 1); r >= 0;
+                 r = observationTimeIndex.indexOf(i + 1, r + 1))
+                rows[std::size_t(r)] = state;
+        }
+        m_rhsEvaluations = rhs.evaluations;
+    } catch (...) {
+        // The time limit, a stepper failure or an allocation failure: the
+        // evaluation failed as a whole.
+        return nanRows();
+    }
+
+    // Records off the grid have no state.
+    for (auto &row : rows)
+        if (row.empty())
+            row.assign(std::size_t(numStateVariables), std::numeric_limits<double>::quiet_NaN());
+    return rows;
+}
+
+namespace {
+
+void lsodaRightHandSide(double t, double *y, double *ydot, void *data)
+{
+    static_cast<ModelRhs *>(data)->derivatives(t, y + 1, ydot + 1);
+}
+
+} // namespace
+
+void model_ode::integrateLsoda(std::vector<double> &state, double t0, double t1, ModelRhs &rhs,
+                               LSODA &solver)
+{
+    // Every interval is a new problem: a dose may have changed the state.
+    int istate = 1;
+    double t = t0;
+    std::vector<double> yout;
+    solver.lsoda_update(lsodaRightHandSide, state.size(), state, yout, &t, t1, &istate, &rhs,
+                        1e-6, 1e-6);
+    std::copy(yout.begin() + 1, yout.end(), state.begin());
+}

@@ -1,0 +1,97 @@
+#include "model_ode.h"
+
+#include "model/OdeSystemText.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+model_ode::model_ode(const OdeSystemText &system, const QVector<DoseEvent> &doses,
+                     const QVector<ObservationEvent> &observations)
+    : numStateVariables(system.numStateVariables()),
+      rightHandSides(system.parsers),
+      doseEvents(doses),
+      numParameters(system.parameterNames.size())
+{
+    for (const ObservationEvent &observation : observations)
+        observationTimes << observation.time;
+
+    equationsDependingOnState.resize(numStateVariables);
+    for (int i = 0; i < system.dependencyMatrix.size(); ++i)
+        for (int j = 0; j < numStateVariables; ++j)
+            if (system.dependencyMatrix[i][j] != OdeSystemText::Independent)
+                equationsDependingOnState[j] << i;
+    for (int i = 0; i < rightHandSides.size(); ++i) {
+        for (const ExprNode &node : rightHandSides[i].nodes()) {
+            if (node.kind == ExprNode::Variable && node.value == 0) { // "t"
+                equationsUsingTime << i;
+                break;
+            }
+        }
+    }
+
+    hasParameterDependentEvents = doseEventsDependOnParameters(doseEvents);
+    buildSchedule(QVector<double>(numParameters, std::numeric_limits<double>::quiet_NaN()));
+}
+
+void model_ode::buildSchedule(const QVector<double> &parameters)
+{
+    if (hasParameterDependentEvents)
+        evaluateDoseEvents(doseEvents, parameters);
+
+    QVector<double> times = observationTimes;
+    for (const DoseEvent &event : qAsConst(doseEvents)) {
+        times << event.time;
+        if (event.duration > 0)
+            times << event.time + event.duration;
+    }
+    times << 0.0;
+    times.erase(std::remove_if(times.begin(), times.end(), [](double t) { return std::isnan(t); }),
+                times.end());
+    std::sort(times.begin(), times.end());
+    times.erase(std::unique(times.begin(), times.end()), times.end());
+    timePoints = times;
+
+    const int n = timePoints.size();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    bolusDose = QVector<QVector<double>>(n, QVector<double>(numStateVariables, 0.0));
+    setValue = QVector<QVector<double>>(n, QVector<double>(numStateVariables, nan));
+    auto validCompartment = [this](const DoseEvent &event) {
+        return event.compartmentIndex >= 0 && event.compartmentIndex < numStateVariables;
+    };
+    for (int i = 0; i < n; ++i) {
+        for (const DoseEvent &event : qAsConst(doseEvents)) {
+            if (event.time != timePoints[i] || !validCompartment(event))
+                continue;
+            if (event.duration == 0)
+                bolusDose[i][event.compartmentIndex] += event.dosage;
+            else if (event.duration == DoseDuration::SetValue)
+                setValue[i][event.compartmentIndex] = event.dosage;
+        }
+    }
+
+    errorMessages.clear();
+    infusionCompartments = QVector<QVector<int>>(n);
+    infusionRates = QVector<QVector<double>>(n);
+    for (int i = 1; i < n; ++i) {
+        const double midpoint = (timePoints[i - 1] + timePoints[i]) * 0.5;
+        for (int k = 0; k < doseEvents.size(); ++k) {
+            const DoseEvent &event = doseEvents[k];
+            const double d = event.duration;
+            if (d > 0 && event.time < midpoint && event.time + d > midpoint) {
+                if (validCompartment(event)) {
+                    infusionCompartments[i] << event.compartmentIndex;
+                    infusionRates[i] << event.dosage / d;
+                }
+            } else if (d < 0 && d != DoseDuration::SetValue) {
+                // Once per interval, as the check sits in the interval loop.
+                errorMessages << QStringLiteral("Error on %1th dose event: Infusion administration "
+                                                "duration cannot be less than 0.").arg(k + 1);
+            }
+        }
+    }
+
+    observationTimeIndex.clear();
+    for (double t : qAsConst(observationTimes))
+        observationTimeIndex << timePoints.indexOf(t);
+}
