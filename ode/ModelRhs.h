@@ -39,6 +39,8 @@ struct ModelRhs {
 private:
     double equation(int i) const
     {
+        if (model.compiledEquation)
+            return model.compiledEquation(i, values.data());
         return model.rightHandSides[i].evaluate(values.data(), values.size());
     }
 };

@@ -59,6 +59,13 @@ public:
     QVector<int> equationsUsingTime;
     int numParameters = 0;
 
+    // Optional compiled replacement of the parsed right-hand sides: returns
+    // equation i for the values "t", states, parameters. Lets a model written
+    // in C++ run through the same schedule and integrators (the benchmarks
+    // compare formula evaluation with compiled code this way).
+    using CompiledEquation = double (*)(int equation, const double *values);
+    CompiledEquation compiledEquation = nullptr;
+
     model_ode() = default;
     model_ode(const OdeSystemText &system, const QVector<DoseEvent> &doses,
               const QVector<ObservationEvent> &observations);
