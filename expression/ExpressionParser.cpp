@@ -19,16 +19,6 @@ struct Token {
     int tableIndex = -1;
 };
 
-// Removes every blank; tabs and carriage returns count as blanks so that
-// text pasted from other editors reads the same as typed text.
-QString removeBlanks(QString text)
-{
-    text.remove(QLatin1Char(' '));
-    text.remove(QLatin1Char('\t'));
-    text.remove(QLatin1Char('\r'));
-    return text;
-}
-
 // Splits every non-operator token at each case-insensitive occurrence of the
 // table's token number tableIndex, inserting operator tokens and dropping
 // empty pieces.
@@ -116,6 +106,14 @@ ExpressionParser::ExpressionParser() = default;
 ExpressionParser::ExpressionParser(const QString &expressionText)
     : m_text(normalise(expressionText))
 {
+}
+
+QString ExpressionParser::removeBlanks(QString text)
+{
+    text.remove(QLatin1Char(' '));
+    text.remove(QLatin1Char('\t'));
+    text.remove(QLatin1Char('\r'));
+    return text;
 }
 
 QString ExpressionParser::normalise(const QString &text)

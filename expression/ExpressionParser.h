@@ -79,6 +79,9 @@ public:
     // The names (not numbers, not operators) in a text, each once, in order
     // of first appearance.
     static QStringList extractNames(const QString &text);
+    // Removes every blank; tabs and carriage returns count as blanks so that
+    // text pasted from other editors reads the same as typed text.
+    static QString removeBlanks(QString text);
     // Blank and "/n" removal applied to every formula before parsing.
     static QString normalise(const QString &text);
     // True for plain decimal notation: digits, optional fraction, optional

@@ -1,0 +1,167 @@
+#include "model/OdeSystemText.h"
+
+#include <QtTest>
+
+#include <cmath>
+
+namespace {
+
+const QString kDuplicate = "There are more than two equations with the same left hand side.\n"
+                           "The left hand side d<variable name>dt need to be unique for all equations in the system.";
+const QString kCircular = "Auxillary function either circular or too complex (current implementation "
+                          "cannot handle more than 5 levels of substitution.";
+const QString kNotUnderstood = "The algorithm was not able to understand the right hand side of ";
+
+OdeSystemText parsed(const QString &ode, const QString &aux = QString())
+{
+    OdeSystemText system(ode, aux);
+    system.parseOdeSystem();
+    return system;
+}
+
+// Evaluates equation i with named values; unnamed variables are 0.
+double rhs(const OdeSystemText &system, int i, const QMap<QString, double> &named)
+{
+    QVector<double> values;
+    for (const QString &name : system.variableNames())
+        values << named.value(name, 0.0);
+    return system.parsers[i].evaluate(values);
+}
+
+} // namespace
+
+class TestOdeSystemText : public QObject {
+    Q_OBJECT
+
+private slots:
+    void namesAndOrder();
+    void linesCommentsAndContinuation();
+    void messages();
+    void auxiliarySubstitution();
+    void substitutionDepthLimit();
+    void dependencyClassification();
+};
+
+void TestOdeSystemText::namesAndOrder()
+{
+    const OdeSystemText system = parsed("dAgdt = -ka*Ag\ndAcdt = ka*Ag - CL/V*Ac");
+    QVERIFY(system.errors.isEmpty());
+    QCOMPARE(system.stateVariableNames, QStringList({"Ag", "Ac"}));
+    // Character-code order: upper case before lower case.
+    QCOMPARE(system.parameterNames, QStringList({"CL", "V", "ka"}));
+    QCOMPARE(system.variableNames(), QStringList({"t", "Ag", "Ac", "CL", "V", "ka"}));
+    QCOMPARE(rhs(system, 1, {{"ka", 2}, {"Ag", 3}, {"CL", 1}, {"V", 4}, {"Ac", 8}}), 6.0 - 2.0);
+
+    // The d and dt letters are not checked; t is never a parameter.
+    const OdeSystemText loose = parsed("xAyz = -k*A*t");
+    QCOMPARE(loose.stateVariableNames, QStringList{"A"});
+    QCOMPARE(loose.parameterNames, QStringList{"k"});
+
+    const OdeSystemText empty = parsed("");
+    QVERIFY(empty.stateVariableNames.isEmpty());
+    QVERIFY(empty.parameterNames.isEmpty());
+    QVERIFY(empty.errors.isEmpty());
+}
+
+void TestOdeSystemText::linesCommentsAndContinuation()
+{
+    // Text right of ";" is a comment; blank and ";"-only lines are ignored;
+    // a line without "=" continues the equation above.
+    const OdeSystemText system = parsed("; header comment line\n"
+                                        "dAdt = -k * A ; elimination\n"
+                                        "   \n"
+                                        ";;\n"
+                                        "  - k2*A\n"
+                                        "dBdt = k*A\r\n");
+    QVERIFY(system.errors.isEmpty());
+    QCOMPARE(system.stateVariableNames, QStringList({"A", "B"}));
+    QCOMPARE(system.rightHandSides, QStringList({"-k*A-k2*A", "k*A"}));
+
+    // A comment-only line after an equation is appended to it.
+    const OdeSystemText quirk = parsed("dAdt = -k*A\n; first order");
+    QCOMPARE(quirk.rightHandSides, QStringList{"-k*Afirstorder"});
+    QCOMPARE(quirk.parameterNames, QStringList({"Afirstorder", "k"}));
+}
+
+void TestOdeSystemText::messages()
+{
+    QCOMPARE(parsed("dAdt = -k*A\ndAdt = -k2*A").errors, QStringList{kDuplicate});
+    QCOMPARE(parsed("dAdt = \ndBdt = -k*B").errors, QStringList{kNotUnderstood + "dAdt ."});
+    // LOG of a negative number is NaN at the random probe point.
+    QCOMPARE(parsed("dXdt = LOG(0-X)").errors, QStringList{kNotUnderstood + "dXdt ."});
+    // Duplicates and an unevaluable equation, in the order found.
+    QCOMPARE(parsed("dAdt = \ndAdt = -k*A").errors,
+             QStringList({kDuplicate, kNotUnderstood + "dAdt ."}));
+    // Auxiliary duplicates use the ODE text's wording.
+    QCOMPARE(parsed("dAdt = -f*A", "f = k\nf = 2*k").errors, QStringList{kDuplicate});
+    // A new parse starts clean.
+    OdeSystemText system("dAdt = -k*A\ndAdt = 1", "");
+    system.parseOdeSystem();
+    system.odeText = "dAdt = -k*A";
+    system.parseOdeSystem();
+    QVERIFY(system.errors.isEmpty());
+}
+
+void TestOdeSystemText::auxiliarySubstitution()
+{
+    const OdeSystemText system = parsed("dCdt = -CLr*C/V ; renal\ndDdt = CLr", "CLr = CL*fe ; renal part\n");
+    QVERIFY(system.errors.isEmpty());
+    QCOMPARE(system.auxiliaryNames, QStringList{"CLr"});
+    QCOMPARE(system.auxiliaryParameterNames, QStringList({"CL", "fe"}));
+    QCOMPARE(system.rightHandSides, QStringList({"-(CL*fe)*C/V", "(CL*fe)"}));
+    QCOMPARE(system.parameterNames, QStringList({"CL", "V", "fe"}));
+
+    // Whole words only: CLr does not touch CLrx.
+    const OdeSystemText words = parsed("dCdt = -CLrx*CLr", "CLr = 2");
+    QCOMPARE(words.rightHandSides, QStringList{"-CLrx*(2)"});
+
+    // Four nested levels are substituted completely.
+    const OdeSystemText nested = parsed("dAdt = -f1*A", "f1 = f2*2\nf2 = f3*2\nf3 = f4*2\nf4 = k");
+    QVERIFY(nested.errors.isEmpty());
+    QCOMPARE(nested.parameterNames, QStringList{"k"});
+    QCOMPARE(rhs(nested, 0, {{"A", 1}, {"k", 0.5}}), -4.0);
+}
+
+void TestOdeSystemText::substitutionDepthLimit()
+{
+    const OdeSystemText fiveLevels =
+        parsed("dAdt = -f1*A", "f1 = f2*2\nf2 = f3*2\nf3 = f4*2\nf4 = f5*2\nf5 = k");
+    QCOMPARE(fiveLevels.errors, QStringList{kCircular});
+
+    const OdeSystemText circular = parsed("dAdt = -f*A", "f = g*2\ng = f+1");
+    QVERIFY(circular.errors.contains(kCircular));
+    QCOMPARE(circular.errors.count(kCircular), 1);
+}
+
+void TestOdeSystemText::dependencyClassification()
+{
+    const OdeSystemText system = parsed("dAdt = -k*A\n"
+                                        "dBdt = -k*B^2 + k*A\n"
+                                        "dCdt = k\n"
+                                        "dDdt = EXP(0-D)*A*B");
+    QVERIFY(system.errors.isEmpty());
+    const int L = OdeSystemText::Linear, N = OdeSystemText::NonLinear, I = OdeSystemText::Independent;
+    const QVector<QVector<int>> expected{
+        {L, I, I, I},
+        {L, N, I, I},
+        {I, I, I, I},
+        {L, L, I, N},
+    };
+    QCOMPARE(system.dependencyMatrix, expected);
+    QVERIFY(system.linearPairs.contains({0, 0}));
+    QVERIFY(system.linearPairs.contains({3, 1}));
+    QVERIFY(system.nonLinearPairs.contains({1, 1}));
+    QVERIFY(system.nonLinearPairs.contains({3, 3}));
+    QCOMPARE(system.linearPairs.size() + system.nonLinearPairs.size(), 6);
+    QCOMPARE(system.dependencyCoefficients[2][0], 0.0);
+    // For -k*A the slope is -k at the probe point.
+    QVERIFY(system.dependencyCoefficients[0][0] < 0);
+
+    // An unevaluable equation keeps its row at -1.
+    const OdeSystemText broken = parsed("dAdt = LOG(0-A)\ndBdt = A");
+    QCOMPARE(broken.dependencyMatrix[0], QVector<int>({N, N}));
+    QCOMPARE(broken.dependencyMatrix[1], QVector<int>({L, I}));
+}
+
+QTEST_GUILESS_MAIN(TestOdeSystemText)
+#include "test_ode_system_text.moc"
