@@ -256,6 +256,20 @@ ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
     return result;
 }
 
+DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table,
+                              const OdeSystemText &ode, const QVector<double> &parameterValues)
+{
+    return readDoseTable(cells, table, ode.stateVariableNames, ode.parameterNames, parameterValues);
+}
+
+ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
+                                            const OdeSystemText &ode,
+                                            const QVector<double> &parameterValues)
+{
+    return readObservationTable(cells, ode.stateVariableNames, ode.parameterNames,
+                                parameterValues);
+}
+
 void evaluateDoseEvents(QVector<DoseEvent> &events, const QVector<double> &parameterValues)
 {
     for (DoseEvent &event : events) {

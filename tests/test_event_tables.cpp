@@ -252,12 +252,13 @@ void EventTablesTest::reEvaluation()
     QVERIFY(std::isnan(events[1].time));
     QCOMPARE(events[0].time, 0.0);
 
+    OdeSystemText ode("dDepotdt = -ka*Depot\ndCentraldt = ka*Depot - CL/V*Central", "");
+    ode.parseOdeSystem();
     QVector<ObservationEvent> observations =
-        readObservationTable({{"CL+1", "Central", "1"}}, stateNames, parameterNames,
-                             parameterValues)
-            .events;
-    evaluateObservationTimes(observations, {5.0, 1.0});
-    QCOMPARE(observations[0].time, 6.0);
+        readObservationTable({{"CL+1", "Central/V", "ka"}}, ode, {5.0, 1.0, 0.5}).events;
+    QCOMPARE(observations[0].observedValue, 0.5);
+    evaluateObservationTimes(observations, {4.0, 1.0, 0.5});
+    QCOMPARE(observations[0].time, 5.0);
 }
 
 QTEST_GUILESS_MAIN(EventTablesTest)
