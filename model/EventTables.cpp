@@ -74,9 +74,10 @@ NumericCell readNumericCell(const QString &text, const QStringList &parameterNam
 {
     NumericCell cell;
     // A text that is a plain number is one, even where it would also parse as
-    // an expression. Non-finite spellings ("nan", "inf") are not numbers.
+    // an expression; blanks are ignored as in every numeric table cell.
+    // Non-finite spellings ("nan", "inf") are not numbers.
     bool isNumber = false;
-    const double number = text.trimmed().toDouble(&isNumber);
+    const double number = QString(text).remove(QLatin1Char(' ')).toDouble(&isNumber);
     if (isNumber && std::isfinite(number)) {
         cell.value = number;
         return cell;

@@ -43,6 +43,7 @@ void EventTablesTest::numericCells_data()
 
     QTest::newRow("plain number") << "5" << 5.0 << false << "";
     QTest::newRow("number with signed exponent") << "1e-3" << 0.001 << false << "";
+    QTest::newRow("number with blanks") << " 1 000 " << 1000.0 << false << "";
     QTest::newRow("product") << "2*3" << 6.0 << true << "2*3=6";
     QTest::newRow("six significant digits") << "1/3" << 1.0 / 3.0 << true << "1/3=0.333333";
     QTest::newRow("parameters") << "CL*V+1" << 21.0 << true << "CL*V+1=21";
