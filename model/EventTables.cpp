@@ -74,9 +74,10 @@ NumericCell readNumericCell(const QString &text, const QStringList &parameterNam
 {
     NumericCell cell;
     // A text that is a plain number is one, even where it would also parse as
-    // an expression. Non-finite spellings ("nan", "inf") are not numbers.
+    // an expression; blanks are ignored as in every numeric table cell.
+    // Non-finite spellings ("nan", "inf") are not numbers.
     bool isNumber = false;
-    const double number = text.trimmed().toDouble(&isNumber);
+    const double number = QString(text).remove(QLatin1Char(' ')).toDouble(&isNumber);
     if (isNumber && std::isfinite(number)) {
         cell.value = number;
         return cell;
@@ -254,6 +255,20 @@ ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
         result.rowOfRecord << r;
     }
     return result;
+}
+
+DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table,
+                              const OdeSystemText &ode, const QVector<double> &parameterValues)
+{
+    return readDoseTable(cells, table, ode.stateVariableNames, ode.parameterNames, parameterValues);
+}
+
+ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
+                                            const OdeSystemText &ode,
+                                            const QVector<double> &parameterValues)
+{
+    return readObservationTable(cells, ode.stateVariableNames, ode.parameterNames,
+                                parameterValues);
 }
 
 void evaluateDoseEvents(QVector<DoseEvent> &events, const QVector<double> &parameterValues)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "expression/ExpressionParser.h"
+#include "model/OdeSystemText.h"
 
 #include <QString>
 #include <QStringList>
@@ -127,6 +128,13 @@ struct ObservationTableResult {
 ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
                                             const QStringList &stateNames,
                                             const QStringList &parameterNames,
+                                            const QVector<double> &parameterValues);
+
+// The same with the state and parameter names of a parsed ODE system.
+DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table,
+                              const OdeSystemText &ode, const QVector<double> &parameterValues);
+ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
+                                            const OdeSystemText &ode,
                                             const QVector<double> &parameterValues);
 
 // Re-evaluates the expression cells of the records for one parameter vector

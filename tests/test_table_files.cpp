@@ -41,24 +41,17 @@ QByteArray fileContent(const QString &path)
     return file.readAll();
 }
 
-bool sameDoubles(const DoubleMatrix &a, const DoubleMatrix &b, double relativeTolerance)
+// Equal within a relative tolerance; NaN matches NaN.
+bool near(const DoubleMatrix &a, const DoubleMatrix &b, double tolerance)
 {
-    if (a.size() != b.size())
-        return false;
-    for (int r = 0; r < a.size(); ++r) {
-        if (a[r].size() != b[r].size())
-            return false;
-        for (int c = 0; c < a[r].size(); ++c) {
-            const double x = a[r][c], y = b[r][c];
-            if (std::isnan(x) || std::isnan(y)) {
-                if (std::isnan(x) != std::isnan(y))
-                    return false;
-            } else if (std::abs(x - y) > relativeTolerance * std::max(std::abs(x), std::abs(y))) {
-                return false;
-            }
-        }
+    bool same = a.size() == b.size();
+    for (int r = 0; same && r < a.size(); ++r) {
+        same = a[r].size() == b[r].size();
+        for (int c = 0; same && c < a[r].size(); ++c)
+            same = std::abs(a[r][c] - b[r][c]) <= tolerance * std::abs(a[r][c])
+                   || (std::isnan(a[r][c]) && std::isnan(b[r][c]));
     }
-    return true;
+    return same;
 }
 
 } // namespace
@@ -74,19 +67,13 @@ private slots:
     void tableText();
     void writtenTableReadsBack_data();
     void writtenTableReadsBack();
-    void headersText();
     void fillFromText_data();
     void fillFromText();
     void fillFromDoubleMatrix_data();
     void fillFromDoubleMatrix();
-    void fillFromIntAndStringMatrices();
-    void emptyMatrixKeepsColumns();
     void cellNumbers_data();
     void cellNumbers();
-    void stringMatrixUndoesPlaceholder();
     void matrixWriters();
-    void doubleMatrixRoundTrip();
-    void textToDoubleMatrix();
     void unwritableFileLogsOnly();
     void missingFileLeavesTargetUnchanged();
     void labelledColumns();
@@ -107,10 +94,7 @@ void TableFilesTest::tableText_data()
         << StringMatrix{{"a", "b", "c"}, {"d", "<none>", "f"}} << "a,b,c\nd,,f";
     QTest::newRow("missing last cell of the last row writes nothing")
         << StringMatrix{{"a", "b"}, {"c", "<none>"}} << "a,b\nc,";
-    QTest::newRow("one row") << StringMatrix{{"1", "2", "3"}} << "1,2,3";
     QTest::newRow("no rows") << StringMatrix{} << "";
-    QTest::newRow("texts kept as they are")
-        << StringMatrix{{" x ", "1e-3"}, {"", "NaN"}} << " x ,1e-3\n,NaN";
 }
 
 void TableFilesTest::tableText()
@@ -130,8 +114,6 @@ void TableFilesTest::writtenTableReadsBack_data()
     QTest::addColumn<StringMatrix>("cells");
     QTest::addColumn<StringMatrix>("strings");
 
-    QTest::newRow("full") << StringMatrix{{"a", "b"}, {"c", "d"}}
-                          << StringMatrix{{"a", "b"}, {"c", "d"}};
     QTest::newRow("placeholder becomes empty")
         << StringMatrix{{"a", "<none>"}, {"c", "d"}} << StringMatrix{{"a", ""}, {"c", "d"}};
     QTest::newRow("missing cells in every row")
@@ -153,20 +135,6 @@ void TableFilesTest::writtenTableReadsBack()
     TableCells read;
     QVERIFY(readTable(path, read));
     QCOMPARE(tableStringMatrix(read), strings);
-}
-
-void TableFilesTest::headersText()
-{
-    const TableCells cells = cellsOf({{"a", "<none>"}, {"c", "<none>"}});
-    const QString text = tableTextWithHeaders(cells, {QString("h1"), std::nullopt},
-                                              {QString("r1")});
-    QCOMPARE(text, QString(" ,h1, \nr1,a, \n ,c,"));
-
-    QTemporaryDir dir;
-    const QString path = dir.filePath("headers.csv");
-    writeTableWithHeaders(path, cells, {QString("h1"), QString("h2")},
-                          {QString("r1"), QString("r2")});
-    QCOMPARE(fileContent(path), QByteArray(" ,h1,h2\nr1,a, \nr2,c,"));
 }
 
 void TableFilesTest::fillFromText_data()
@@ -223,24 +191,6 @@ void TableFilesTest::fillFromDoubleMatrix()
     QCOMPARE(describe(table), cells);
 }
 
-void TableFilesTest::fillFromIntAndStringMatrices()
-{
-    TableCells table;
-    fillTableCells(table, IntMatrix{{-1, 2147483647}, {3}});
-    QCOMPARE(describe(table), (StringMatrix{{"-1", "2147483647"}, {"3", "NaN"}}));
-
-    fillTableCells(table, StringMatrix{{"x"}, {"y", "z"}});
-    QCOMPARE(describe(table), (StringMatrix{{"x", "NaN"}, {"y", "z"}}));
-}
-
-void TableFilesTest::emptyMatrixKeepsColumns()
-{
-    TableCells table = cellsOf({{"a", "b", "c"}});
-    fillTableCells(table, DoubleMatrix{});
-    QCOMPARE(table.rowCount(), 0);
-    QCOMPARE(table.columnCount(), 3);
-}
-
 void TableFilesTest::cellNumbers_data()
 {
     QTest::addColumn<QString>("text");
@@ -250,9 +200,7 @@ void TableFilesTest::cellNumbers_data()
     QTest::newRow("blanks around") << "  2.5 " << 2.5;
     QTest::newRow("not a number") << "abc" << 0.0;
     QTest::newRow("empty text is 0, not missing") << "" << 0.0;
-    QTest::newRow("exponent") << "1e3" << 1000.0;
     QTest::newRow("negative exponent") << "-1.5E-2" << -0.015;
-    QTest::newRow("trailing junk") << "12abc" << 0.0;
 }
 
 void TableFilesTest::cellNumbers()
@@ -262,17 +210,7 @@ void TableFilesTest::cellNumbers()
     QCOMPARE(lenientCellNumber(text), value);
     const DoubleMatrix matrix = tableDoubleMatrix(cellsOf({{text}}));
     QCOMPARE(matrix.value(0).value(0), value);
-}
-
-void TableFilesTest::stringMatrixUndoesPlaceholder()
-{
-    const TableCells cells = cellsOf({{" ", "<none>", "  ", "x"}});
-    QCOMPARE(tableStringMatrix(cells), (StringMatrix{{"", "", "  ", "x"}}));
-    const DoubleMatrix values = tableDoubleMatrix(cells);
-    QVERIFY(std::isnan(values[0][0]));
-    QVERIFY(std::isnan(values[0][1]));
-    QCOMPARE(values[0][2], 0.0);
-    QCOMPARE(values[0][3], 0.0);
+    QVERIFY(std::isnan(tableDoubleMatrix(cellsOf({{" ", "<none>"}}))[0][1]));
 }
 
 void TableFilesTest::matrixWriters()
@@ -282,34 +220,21 @@ void TableFilesTest::matrixWriters()
     writeDoubleMatrix(doublePath, {{0.1, 1.0 / 3.0, -2.5e-20}, {}, {123456789012345678.0, 2}});
     QCOMPARE(fileContent(doublePath),
              QByteArray("0.1,0.3333333333333333,-2.5e-20\n\n1.234567890123457e+17,2\n"));
-
     const QString intPath = dir.filePath("i.csv");
     writeIntMatrix(intPath, {{1, -2}, {2147483647}, {}});
     QCOMPARE(fileContent(intPath), QByteArray("1,-2\n2147483647\n\n"));
-}
 
-void TableFilesTest::doubleMatrixRoundTrip()
-{
-    const DoubleMatrix matrix{{M_PI, -std::exp(1.0), 1e-300},
-                              {6.02214076e23, 0.0},
-                              {std::nan(""), 1.0 / 7.0}};
-    QTemporaryDir dir;
-    const QString path = dir.filePath("m.csv");
-    writeDoubleMatrix(path, matrix);
-    QVERIFY(sameDoubles(readDoubleMatrix(path), matrix, 1e-15));
+    // 16 digits are not quite enough to restore every double exactly.
+    const DoubleMatrix matrix{{M_PI, -std::exp(1.0), 1e-300}, {6.02214076e23}, {std::nan(""), 1.0 / 7}};
+    writeDoubleMatrix(doublePath, matrix);
+    QVERIFY(near(readDoubleMatrix(doublePath), matrix, 1e-15));
 
     QFile file(dir.filePath("lenient.csv"));
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("1, 2 ,abc\n\n3");
     file.close();
-    QVERIFY(sameDoubles(readDoubleMatrix(file.fileName()), DoubleMatrix{{1, 2, 0}, {0}, {3}}, 0));
-}
-
-void TableFilesTest::textToDoubleMatrix()
-{
-    QVERIFY(sameDoubles(::textToDoubleMatrix("1,2\n3, 4 ,x\n\n5\n"),
-                        DoubleMatrix{{1, 2}, {3, 4, 0}, {5}}, 0));
-    QVERIFY(::textToDoubleMatrix("").isEmpty());
+    QCOMPARE(readDoubleMatrix(file.fileName()), (DoubleMatrix{{1, 2, 0}, {0}, {3}}));
+    QCOMPARE(::textToDoubleMatrix("1,2\n3, 4 ,x\n\n5\n"), (DoubleMatrix{{1, 2}, {3, 4, 0}, {5}}));
 }
 
 void TableFilesTest::unwritableFileLogsOnly()
@@ -334,9 +259,8 @@ void TableFilesTest::missingFileLeavesTargetUnchanged()
 {
     QTemporaryDir dir;
     TableCells table = cellsOf({{"a", "<none>"}, {"c", "d"}});
-    const StringMatrix before = describe(table);
     QVERIFY(!readTable(dir.filePath("missing.csv"), table));
-    QCOMPARE(describe(table), before);
+    QCOMPARE(describe(table), (StringMatrix{{"a", "<none>"}, {"c", "d"}}));
     QVERIFY(readDoubleMatrix(dir.filePath("missing.csv")).isEmpty());
 
     // An empty file has no lines: no rows, columns as they were.
@@ -358,11 +282,6 @@ void TableFilesTest::labelledColumns()
                            ",1,0.333333,\n"));
     QCOMPARE(labelledColumnsText({"a"}, {{1, 2}}, {"first", "second"}),
              QString(",a\nfirst,1\nsecond,2\n"));
-
-    QTemporaryDir dir;
-    const QString path = dir.filePath("plot.csv");
-    writeLabelledColumns(path, {"time", "1"}, {{0, 1}, {2, 3}});
-    QCOMPARE(fileContent(path), QByteArray(",time,1\n,0,2\n,1,3\n"));
 }
 
 QTEST_GUILESS_MAIN(TableFilesTest)
