@@ -1,0 +1,36 @@
+#pragma once
+
+#include "model/EventTables.h"
+#include "model/ParameterSpecification.h"
+#include "ode/model_ode.h"
+#include "project/TableCells.h"
+
+#include <QStringList>
+#include <QVector>
+
+// One evaluated point of the cluster.
+struct PointEvaluation {
+    QVector<double> parameters; // g(x)
+    DoubleMatrix solution;      // one row per observation record: the state at its time
+    QVector<double> outputs;    // one value per observation; NaN where unavailable
+};
+
+// Evaluates cluster rows in parallel on the global thread pool: each row is
+// mapped through g to model parameters, solved by its own copy of the model
+// and turned into outputs by the observation expressions. A row holding NaN
+// is skipped at once (its model evaluation integrates nothing).
+class ClusterEvaluator {
+public:
+    model_ode stage1;             // Rosenbrock settings
+    model_ode stage2;             // LSODA settings
+    bool useStage2 = false;
+    ParsedEquations g;
+    QStringList parameterNames;
+    QVector<ObservationEvent> observations;
+
+    int outputCount() const { return observations.size(); }
+    QVector<double> solutionTimes() const;
+
+    PointEvaluation evaluatePoint(const QVector<double> &x) const;
+    QVector<PointEvaluation> evaluate(const DoubleMatrix &X) const;
+};
