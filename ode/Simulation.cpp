@@ -1,0 +1,77 @@
+#include "Simulation.h"
+
+#include "ode/model_ode.h"
+
+#include <QSet>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+QVector<double> parseSimulationTimePoints(const QString &text)
+{
+    QVector<double> times;
+    const QStringList range = text.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    if (range.size() == 3) {
+        bool ok[3];
+        const double start = range[0].toDouble(&ok[0]);
+        const double step = range[1].toDouble(&ok[1]);
+        const double end = range[2].toDouble(&ok[2]);
+        if (ok[0] && ok[1] && ok[2] && step != 0) {
+            const double count = std::ceil((end - start) / step);
+            for (int i = 0; i <= count && i <= 10000000; ++i)
+                times << start + i * step;
+        }
+    } else {
+        QSet<QString> seen;
+        for (const QString &part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+            if (seen.contains(part))
+                continue;
+            seen.insert(part);
+            bool ok = false;
+            const double value = part.toDouble(&ok);
+            if (ok)
+                times << value;
+        }
+    }
+    std::sort(times.begin(), times.end());
+    return times;
+}
+
+SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> &doses,
+                          const QVector<double> &timePoints, const QVector<double> &parameters,
+                          const QString &expression, bool useRosenbrock)
+{
+    SimulationResult result;
+    ExpressionParser parser(expression);
+    parser.parse(system.variableNames());
+    if (!parser.errorMessages().isEmpty()) {
+        result.errors << QStringLiteral("<font color=red> Error in simulation valiable expression (")
+                             + expression + "): " + parser.errorMessages().join("<br>") + "</font>";
+        return result;
+    }
+
+    QVector<ObservationEvent> observations(timePoints.size());
+    for (int r = 0; r < timePoints.size(); ++r)
+        observations[r].time = timePoints[r];
+    model_ode model(system, doses, observations);
+    model.useRosenbrock = useRosenbrock ? 1 : 0;
+    model.timeLimitMs = std::numeric_limits<int>::max();
+    const auto rows = model.evaluate(parameters);
+
+    const int states = system.numStateVariables();
+    std::vector<double> values(std::size_t(1 + states + parameters.size()));
+    std::copy(parameters.begin(), parameters.end(), values.begin() + 1 + states);
+    bool failed = false;
+    for (int r = 0; r < timePoints.size(); ++r) {
+        values[0] = timePoints[r];
+        std::copy(rows[std::size_t(r)].begin(), rows[std::size_t(r)].end(), values.begin() + 1);
+        const double value = parser.evaluate(values.data(), values.size());
+        failed = failed || std::isnan(value);
+        result.values << value;
+    }
+    if (failed)
+        result.errors << QStringLiteral("<font color=red> Could not evaluate the simulation valiable expression (")
+                             + expression + ")</font>";
+    return result;
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "model/EventTables.h"
+#include "model/OdeSystemText.h"
+
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+// Forward simulation of the model for one parameter set at chosen times.
+
+// The simulation time points of a text: "start:step:end" (the count rounded
+// up, so the end may be overshot; empty for a zero step or a non-number) or a
+// comma-separated list (duplicate texts and non-numbers dropped). Sorted.
+QVector<double> parseSimulationTimePoints(const QString &text);
+
+struct SimulationResult {
+    QVector<double> values; // the expression at each time point
+    QStringList errors;     // HTML fragments for the error pane
+};
+
+// Solves the model with the given doses at the time points and evaluates the
+// expression (over "t", the state variables and the parameters) at each.
+SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> &doses,
+                          const QVector<double> &timePoints, const QVector<double> &parameters,
+                          const QString &expression, bool useRosenbrock);
