@@ -37,6 +37,13 @@ inline void vanDerPol(double, double *y, double *ydot, void *)
     ydot[2] = 100.0 * (1.0 - y[1] * y[1]) * y[2] - y[1];
 }
 
+// Van der Pol with mu = 10.
+inline void vanDerPol10(double, double *y, double *ydot, void *)
+{
+    ydot[1] = y[2];
+    ydot[2] = 10.0 * (1.0 - y[1] * y[1]) * y[2] - y[1];
+}
+
 } // namespace lsodatest
 
 #endif
