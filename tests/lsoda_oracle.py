@@ -9,6 +9,7 @@ Prints JSON: per problem, its mode and per interval the start and end states
 and the step, right-hand-side and Jacobian counts (cumulative when continued).
 """
 import json
+import math
 import sys
 
 import numpy as np
@@ -29,6 +30,10 @@ def van_der_pol(y, t):
     return [y[1], 100.0 * (1.0 - y[0] * y[0]) * y[1] - y[0]]
 
 
+def stiff_cosine(y, t):
+    return [-1000.0 * (y[0] - math.cos(t)) - math.sin(t), -0.5 * y[1]]
+
+
 def van_der_pol_10(y, t):
     return [y[1], 10.0 * (1.0 - y[0] * y[0]) * y[1] - y[0]]
 
@@ -37,6 +42,7 @@ PROBLEMS = {
     "robertson": (robertson, [1.0, 0.0, 0.0], [0.0] + [0.4 * 10.0 ** k for k in range(7)]),
     "damped_oscillator": (damped_oscillator, [1.0, 0.0], [2.0 * k for k in range(11)]),
     "van_der_pol": (van_der_pol, [2.0, 0.0], [20.0 * k for k in range(11)]),
+    "stiff_cosine": (stiff_cosine, [0.0, 1.0], [5.0 * k for k in range(5)]),
 }
 
 # Long enough to switch methods several times in both directions.

@@ -37,6 +37,13 @@ inline void vanDerPol(double, double *y, double *ydot, void *)
     ydot[2] = 100.0 * (1.0 - y[1] * y[1]) * y[2] - y[1];
 }
 
+// A stiff component relaxing onto cos t beside a slow decay.
+inline void stiffCosine(double t, double *y, double *ydot, void *)
+{
+    ydot[1] = -1000.0 * (y[1] - std::cos(t)) - std::sin(t);
+    ydot[2] = -0.5 * y[2];
+}
+
 // Van der Pol with mu = 10.
 inline void vanDerPol10(double, double *y, double *ydot, void *)
 {

@@ -54,6 +54,7 @@ void TestLsodaOracle::matchesFortranCounts_data()
     QTest::newRow("damped oscillator") << "damped_oscillator" << 2;
     QTest::newRow("van der Pol") << "van_der_pol" << 2;
     QTest::newRow("van der Pol mu 10, continued") << "van_der_pol_10" << 2;
+    QTest::newRow("stiff cosine") << "stiff_cosine" << 2;
 }
 
 void TestLsodaOracle::matchesFortranCounts()
@@ -63,7 +64,8 @@ void TestLsodaOracle::matchesFortranCounts()
     const LSODA::RhsFunction f = problem == "robertson" ? robertson
                                : problem == "damped_oscillator" ? dampedOscillator
                                : problem == "van_der_pol" ? vanDerPol
-                                                          : vanDerPol10;
+                               : problem == "stiff_cosine" ? stiffCosine
+                                                           : vanDerPol10;
 
     const QJsonObject reference = reference_.value(problem).toObject();
     const QJsonArray intervals = reference.value("intervals").toArray();
