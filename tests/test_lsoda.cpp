@@ -69,6 +69,8 @@ private slots:
     void stiffProblemSwitchesToBdfAndReachesTout();
     void stopsAfterMxstepStepsWithTheStateReached();
     void tcritIsNotPassed();
+    void optionalInputsLimitTheStep();
+    void stepTooSmallForTIsWarnedAtMostMxhnilTimes();
     void illegalInputIsReported_data();
     void illegalInputIsReported();
     void toutEqualToTIsReportedOnStderr();
@@ -234,6 +236,66 @@ void TestLsoda::tcritIsNotPassed()
     }
     QCOMPARE(t, 1.5);
     QVERIFY(relClose(y[1], 2.0 * std::exp(-0.75), 1e-5));
+}
+
+void TestLsoda::optionalInputsLimitTheStep()
+{
+    LSODA solver;
+    MessageCapture messages(solver);
+    solver.setTolerances(1, {0.0, 1e-6}, {0.0, 1e-6});
+    std::vector<double> y = {0.0, 1.0};
+    double t = 0.0;
+    int istate = 1;
+    // mxstep 10 stops the call early.
+    solver.lsoda(decay, 1, y, &t, 50.0, 1, &istate, 1, 2, {0, 0, 0, 10, 0, 0, 0}, {}, nullptr);
+    QCOMPARE(istate, -1);
+    QCOMPARE(solver.steps(), 10);
+    QCOMPARE(messages.text(), QString("[lsoda] 10 steps taken before reaching tout\n"));
+
+    // istate 3 continues with new options: hmax 0.01 bounds the step from
+    // the next change of h on (the current h is kept for up to nq + 1 steps).
+    const int stepsBefore = solver.steps();
+    istate = 3;
+    solver.lsoda(decay, 1, y, &t, 2.0, 1, &istate, 1, 2, {}, {0.0, 0.0, 0.01, 0.0}, nullptr);
+    QCOMPARE(istate, 2);
+    QCOMPARE(t, 2.0);
+    QVERIFY(solver.lastStepSize() <= 0.01 * (1.0 + 1e-12));
+    QVERIFY(solver.steps() - stepsBefore >= 30);
+    QVERIFY(relClose(y[1], std::exp(-1.0), 1e-5));
+
+    // mxordn 1 keeps the non-stiff method at order 1.
+    LSODA lowOrder;
+    lowOrder.setTolerances(1, {0.0, 1e-6}, {0.0, 1e-6});
+    y = {0.0, 1.0};
+    t = 0.0;
+    istate = 1;
+    lowOrder.lsoda(decay, 1, y, &t, 1.0, 1, &istate, 1, 2, {0, 0, 0, 5000, 0, 1, 0}, {}, nullptr);
+    QCOMPARE(istate, 2);
+    QCOMPARE(lowOrder.lastOrder(), 1);
+    // First order: hundreds of steps, and a global error near steps x tolerance.
+    QVERIFY(lowOrder.steps() > 200);
+    QVERIFY(relClose(y[1], std::exp(-0.5), 1e-3));
+}
+
+void TestLsoda::stepTooSmallForTIsWarnedAtMostMxhnilTimes()
+{
+    // Near t = 1e18 the steps of an oscillation of period 2 pi leave t
+    // unchanged in double precision; the solver goes on until mxstep.
+    double omega = 1.0;
+    LSODA solver;
+    MessageCapture messages(solver);
+    std::vector<double> yout;
+    double t = 1e18;
+    int istate = 1;
+    solver.lsoda_update(harmonic, 2, {1.0, 0.0}, yout, &t, 1e18 + 1e6, &istate, &omega, 1e-6, 1e-6);
+    QCOMPARE(istate, -1);
+    QCOMPARE(t, 1e18);
+    const QString text = messages.text();
+    QCOMPARE(text.count("lsoda -- warning..internal t = 1e+18 and h_ = "), 10);
+    QCOMPARE(text.count("are\nsuch that in the machine, t + h_ = t on the next step\n"
+                        "solver will continue anyway.\n"), 10);
+    QCOMPARE(text.count("lsoda -- above warning has been issued 10 times,\n"
+                        "it will not be issued again for this problem\n"), 1);
 }
 
 struct IllegalCase
