@@ -68,7 +68,6 @@ private slots:
     void restartingAtOutputTimesMatchesTheExactSolution();
     void stiffProblemSwitchesToBdfAndReachesTout();
     void stopsAfterMxstepStepsWithTheStateReached();
-    void tcritIsNotPassed();
     void optionalInputsLimitTheStep();
     void stepTooSmallForTIsWarnedAtMostMxhnilTimes();
     void illegalInputIsReported_data();
@@ -215,27 +214,6 @@ void TestLsoda::stopsAfterMxstepStepsWithTheStateReached()
     QCOMPARE(istate, -1);
     QCOMPARE(solver.steps(), 1000);
     QVERIFY(t > reached);
-}
-
-void TestLsoda::tcritIsNotPassed()
-{
-    // itask 5: single steps that stop exactly at tcrit; the right-hand side
-    // is not evaluated beyond it.
-    LSODA solver;
-    std::vector<double> y = {0.0, 2.0};
-    solver.setTolerances(1, {0.0, 1e-6}, {0.0, 1e-6});
-    const LSODA::IntOptions io{};
-    const LSODA::RealOptions ro{1.5, 0.0, 0.0, 0.0};
-    double t = 0.0;
-    int istate = 1;
-    for (int step = 0; step < 200 && t < 1.5; ++step) {
-        solver.lsoda(decay, 1, y, &t, 1.0, 5, &istate, 0, 2, io, ro, nullptr);
-        QCOMPARE(istate, 2);
-        QVERIFY(t <= 1.5);
-        QVERIFY(solver.currentTime() <= 1.5);
-    }
-    QCOMPARE(t, 1.5);
-    QVERIFY(relClose(y[1], 2.0 * std::exp(-0.75), 1e-5));
 }
 
 void TestLsoda::optionalInputsLimitTheStep()
