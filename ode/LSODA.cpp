@@ -355,7 +355,7 @@ void LSODA::lsoda(RhsFunction f, std::size_t neq, std::vector<double> &y, double
                 tol = std::max(tol, 100.0 * uround_);
                 tol = std::min(tol, 0.001);
                 double sum = vmnorm(n, yh_[2].data(), ewt_.data());
-                sum = 1.0 / (tol * w0 * w0) + tol * sum * sum;
+                sum = 1.0 / (tol * w0 * w0) + tol * (sum * sum);
                 h0 = 1.0 / std::sqrt(sum);
                 h0 = std::min(h0, tdist);
                 h0 = std::copysign(h0, tout - *t);

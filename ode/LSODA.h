@@ -125,12 +125,13 @@ private:
     std::vector<double> savf_;
     std::vector<double> acor_;
 
-    // Method coefficients.
-    double el_[14] = {};
-    double elco_[13][14] = {};
-    double tesco_[13][4] = {};
-    double cm1_[13] = {};
-    double cm2_[6] = {};
+    // Method coefficients, filled by cfode when a problem starts (left
+    // uninitialised here to keep construction cheap).
+    double el_[14];
+    double elco_[13][14];
+    double tesco_[13][4];
+    double cm1_[13];
+    double cm2_[6];
     static const double sm1_[13];
     static const int mord_[3];
 

@@ -1,0 +1,56 @@
+#ifndef AMBREL_TESTS_LSODA_TEST_SUPPORT_H
+#define AMBREL_TESTS_LSODA_TEST_SUPPORT_H
+
+// Right-hand sides shared by the LSODA tests (1-based arrays) and the
+// relative comparison they use.
+
+#include <algorithm>
+#include <cmath>
+
+namespace lsodatest {
+
+// |a - b| <= rel * max(|a|, |b|).
+inline bool relClose(double a, double b, double rel)
+{
+    return std::fabs(a - b) <= rel * std::max(std::fabs(a), std::fabs(b));
+}
+
+// Robertson's chemical kinetics, stiff after a short transient.
+inline void robertson(double, double *y, double *ydot, void *)
+{
+    ydot[1] = -0.04 * y[1] + 1e4 * y[2] * y[3];
+    ydot[2] = 0.04 * y[1] - 1e4 * y[2] * y[3] - 3e7 * y[2] * y[2];
+    ydot[3] = 3e7 * y[2] * y[2];
+}
+
+// y'' + 0.1 y' + 4 y = 0, non-stiff.
+inline void dampedOscillator(double, double *y, double *ydot, void *)
+{
+    ydot[1] = y[2];
+    ydot[2] = -4.0 * y[1] - 0.1 * y[2];
+}
+
+// Van der Pol with mu = 100: alternates stiff and non-stiff phases.
+inline void vanDerPol(double, double *y, double *ydot, void *)
+{
+    ydot[1] = y[2];
+    ydot[2] = 100.0 * (1.0 - y[1] * y[1]) * y[2] - y[1];
+}
+
+// A stiff component relaxing onto cos t beside a slow decay.
+inline void stiffCosine(double t, double *y, double *ydot, void *)
+{
+    ydot[1] = -1000.0 * (y[1] - std::cos(t)) - std::sin(t);
+    ydot[2] = -0.5 * y[2];
+}
+
+// Van der Pol with mu = 10.
+inline void vanDerPol10(double, double *y, double *ydot, void *)
+{
+    ydot[1] = y[2];
+    ydot[2] = 10.0 * (1.0 - y[1] * y[1]) * y[2] - y[1];
+}
+
+} // namespace lsodatest
+
+#endif
