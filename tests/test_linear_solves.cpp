@@ -96,7 +96,8 @@ void TestLinearSolves::mixedDiagonalRule()
     const Vector g = ublas::prod(ublas::trans(A), b); // 2, 1, 0.5
     const double lambda = 3.0;
 
-    // 4 > 1: multiplied by (lambda + 1); exactly 1.0 and 0.25: lambda added.
+    // 4 > 1: multiplied by (lambda + 1); 0.25: lambda added. At exactly 1.0
+    // the additive branch is taken, though both give 1 + lambda bit for bit.
     const Vector expected = vectorOf({g[0] / (4.0 * (lambda + 1.0)), g[1] / (1.0 + lambda),
                                       g[2] / (0.25 + lambda)});
     QVERIFY2(near(cgneRegularised(A, b, lambda), expected), text(cgneRegularised(A, b, lambda)));
