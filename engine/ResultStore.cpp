@@ -1,0 +1,253 @@
+#include "engine/ResultStore.h"
+
+#include "project/TableFiles.h"
+
+#include <QDataStream>
+#include <QDateTime>
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QTextStream>
+
+#include <cmath>
+
+namespace {
+
+const QString kResultFolder = QStringLiteral("compResult");
+
+QString resultFolderPath(const QString &projectFolder)
+{
+    return projectFolder + QLatin1Char('/') + kResultFolder;
+}
+
+QString iterationFileName(const char *prefix, int k)
+{
+    return QLatin1String(prefix) + QString::number(k) + QLatin1String(".csv");
+}
+
+QString solutionFileName(int k, int point)
+{
+    return QStringLiteral("ODE_sol_%1_%2.csv").arg(k).arg(point);
+}
+
+// The point indices of the stored ODE_sol files of iteration k.
+QVector<int> storedSolutionPoints(const QDir &folder, int k)
+{
+    static const QRegularExpression name(QStringLiteral("^ODE_sol_(\\d+)_(\\d+)\\.csv$"));
+    QVector<int> points;
+    const QStringList files = folder.entryList(
+        {QStringLiteral("ODE_sol_%1_*.csv").arg(k)}, QDir::Files);
+    for (const QString &file : files) {
+        const QRegularExpressionMatch match = name.match(file);
+        if (match.hasMatch() && match.captured(1).toInt() == k)
+            points << match.captured(2).toInt();
+    }
+    return points;
+}
+
+// The newest iteration with at least one ODE_sol file, or -1.
+int newestSolutionIteration(const QDir &folder)
+{
+    static const QRegularExpression name(QStringLiteral("^ODE_sol_(\\d+)_(\\d+)\\.csv$"));
+    int newest = -1;
+    const QStringList files = folder.entryList({QStringLiteral("ODE_sol_*.csv")}, QDir::Files);
+    for (const QString &file : files) {
+        const QRegularExpressionMatch match = name.match(file);
+        if (match.hasMatch())
+            newest = std::max(newest, match.captured(1).toInt());
+    }
+    return newest;
+}
+
+void writeRow(const QString &path, const QVector<double> &row) { writeDoubleMatrix(path, {row}); }
+
+// The first row of a single-row file; empty for a missing file.
+QVector<double> readRow(const QString &path)
+{
+    const DoubleMatrix matrix = readDoubleMatrix(path);
+    return matrix.isEmpty() ? QVector<double>() : matrix.first();
+}
+
+// Reads "<prefix>k.csv" for k = 0, 1, ... up to the first missing file.
+template <typename Entry, typename Read>
+QVector<Entry> readHistory(const QString &projectFolder, const char *prefix, Read read)
+{
+    QVector<Entry> history;
+    for (int k = 0;; ++k) {
+        const QString path = resultFilePath(projectFolder, iterationFileName(prefix, k));
+        if (!QFile::exists(path))
+            break;
+        history << read(path);
+    }
+    return history;
+}
+
+QStringList readLogLines(const QString &path)
+{
+    QStringList lines;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return lines;
+    QTextStream stream(&file);
+    stream.setCodec("UTF-8");
+    while (!stream.atEnd())
+        lines << stream.readLine();
+    return lines;
+}
+
+// Copies the file into the target folder and removes it; returns false when
+// the file is missing. A file whose copy fails is kept.
+bool moveFile(const QDir &from, const QDir &to, const QString &fileName)
+{
+    const QString source = from.filePath(fileName);
+    if (!QFile::exists(source))
+        return false;
+    if (QFile::copy(source, to.filePath(fileName)))
+        QFile::remove(source);
+    else
+        qDebug() << "Error, unable to copy" << source;
+    return true;
+}
+
+} // namespace
+
+QString resultFilePath(const QString &projectFolder, const QString &fileName)
+{
+    return resultFolderPath(projectFolder) + QLatin1Char('/') + fileName;
+}
+
+void writeComputationLog(const QString &projectFolder, const QStringList &log)
+{
+    QFile file(resultFilePath(projectFolder, QStringLiteral("computation_log.txt")));
+    if (!file.open(QIODevice::ReadWrite | QIODevice::Text)) {
+        qDebug() << "Error, unable to save";
+        return;
+    }
+    QTextStream stream(&file);
+    stream.setCodec("UTF-8");
+    for (const QString &line : log)
+        stream << line << '\n';
+}
+
+void writeIterationFiles(const QString &projectFolder, const compResult &result)
+{
+    QDir().mkpath(resultFolderPath(projectFolder));
+    auto path = [&projectFolder](const QString &name) { return resultFilePath(projectFolder, name); };
+
+    if (!result.X.isEmpty())
+        writeDoubleMatrix(path(iterationFileName("X_", result.X.size() - 1)), result.X.last());
+    if (!result.Y.isEmpty())
+        writeDoubleMatrix(path(iterationFileName("Y_", result.Y.size() - 1)), result.Y.last());
+    if (!result.Parameter.isEmpty())
+        writeDoubleMatrix(path(iterationFileName("Parameter_", result.Parameter.size() - 1)),
+                          result.Parameter.last());
+
+    // The kept solutions belong to the record's newest iteration.
+    const int k = result.iterationCount() - 1;
+    if (k >= 0) {
+        for (int i = 0; i < result.solutions.size(); ++i)
+            if (!result.solutions[i].isEmpty())
+                writeDoubleMatrix(path(solutionFileName(k, i)), result.solutions[i]);
+    }
+
+    if (!result.SSR.isEmpty())
+        writeRow(path(iterationFileName("R_", result.SSR.size() - 1)), result.SSR.last());
+    if (!result.lambda.isEmpty())
+        writeRow(path(iterationFileName("lambda_", result.lambda.size() - 1)),
+                 result.lambda.last());
+
+    if (!result.solutionTimes.isEmpty())
+        writeRow(path(QStringLiteral("ode_time.csv")), result.solutionTimes);
+    writeComputationLog(projectFolder, result.log);
+    if (!result.sortIndex.isEmpty())
+        writeIntMatrix(path(QStringLiteral("sortIndex.csv")), {result.sortIndex});
+}
+
+void writeEndOfRunFiles(const QString &projectFolder, const compResult &result)
+{
+    writeIterationFiles(projectFolder, result);
+    if (!result.Y.isEmpty())
+        writeOutputHistory(resultFilePath(projectFolder, QStringLiteral("Y.dat")), result.Y);
+}
+
+void writeOutputHistory(const QString &path, const QVector<DoubleMatrix> &outputs)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        qDebug() << "Error, unable to save";
+        return;
+    }
+    QDataStream stream(&file);
+    stream.setVersion(QDataStream::Qt_5_12);
+    stream << outputs;
+}
+
+bool readOutputHistory(const QString &path, QVector<DoubleMatrix> &outputs)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    QDataStream stream(&file);
+    stream.setVersion(QDataStream::Qt_5_12);
+    QVector<DoubleMatrix> read;
+    stream >> read;
+    if (stream.status() != QDataStream::Ok || !stream.atEnd())
+        return false;
+    outputs = read;
+    return true;
+}
+
+QString moveResultsToHistory(const QString &projectFolder)
+{
+    const QString stamp = QDateTime::currentDateTimeUtc().toString().split(QLatin1Char(':')).join(
+        QLatin1Char('_'));
+    const QString target = projectFolder + QStringLiteral("/history/compResult ") + stamp;
+    QDir().mkpath(target);
+    const QDir from(resultFolderPath(projectFolder));
+    const QDir to(target);
+
+    moveFile(from, to, QStringLiteral("sortIndex.csv"));
+    for (int k = 0;; ++k) {
+        bool any = false;
+        for (const char *prefix : {"R_", "lambda_", "X_", "Y_", "Parameter_"})
+            any = moveFile(from, to, iterationFileName(prefix, k)) || any;
+        for (int point : storedSolutionPoints(from, k))
+            any = moveFile(from, to, solutionFileName(k, point)) || any;
+        if (!any)
+            break;
+    }
+    moveFile(from, to, QStringLiteral("ode_time.csv"));
+    moveFile(from, to, QStringLiteral("computation_log.txt"));
+    return target;
+}
+
+bool loadResult(const QString &projectFolder, compResult &result)
+{
+    result = compResult();
+    auto path = [&projectFolder](const QString &name) { return resultFilePath(projectFolder, name); };
+
+    result.X = readHistory<DoubleMatrix>(projectFolder, "X_", readDoubleMatrix);
+    result.Y = readHistory<DoubleMatrix>(projectFolder, "Y_", readDoubleMatrix);
+    result.Parameter = readHistory<DoubleMatrix>(projectFolder, "Parameter_", readDoubleMatrix);
+    result.SSR = readHistory<QVector<double>>(projectFolder, "R_", readRow);
+    result.lambda = readHistory<QVector<double>>(projectFolder, "lambda_", readRow);
+
+    for (double index : readRow(path(QStringLiteral("sortIndex.csv"))))
+        result.sortIndex << static_cast<int>(index);
+    result.solutionTimes = readRow(path(QStringLiteral("ode_time.csv")));
+    result.log = readLogLines(path(QStringLiteral("computation_log.txt")));
+
+    const QDir folder(resultFolderPath(projectFolder));
+    const int k = newestSolutionIteration(folder);
+    if (k >= 0) {
+        const QVector<int> points = storedSolutionPoints(folder, k);
+        int count = result.X.isEmpty() ? 0 : result.X.last().size();
+        for (int point : points)
+            count = std::max(count, point + 1);
+        result.solutions.resize(count);
+        for (int point : points)
+            result.solutions[point] = readDoubleMatrix(path(solutionFileName(k, point)));
+    }
+    return !result.X.isEmpty();
+}

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "engine/compResult.h"
+
+#include <QString>
+
+// The file form of a run's result record. Every file lies in the "compResult"
+// sub-folder of the project folder; matrices go through the CSV matrix
+// writers (one matrix row per line, 16 significant digits). Per iteration k
+// and point i:
+//
+//   X_k.csv, Y_k.csv, Parameter_k.csv   one row per point
+//   R_k.csv, lambda_k.csv               one row: the SSR / lambda of every point
+//   ODE_sol_k_i.csv                     the kept model solution of point i:
+//                                       one row per solution time, one column
+//                                       per state
+//   ode_time.csv                        one row: the solution time points
+//   sortIndex.csv                       one row of integers: the record's sort index
+//   computation_log.txt                 one log entry per line, each ended by "\n"
+//   Y.dat                               the whole output history in a QDataStream
+//                                       (see writeOutputHistory), end of run only
+//
+// Writers never report failure to the caller: a file that cannot be written
+// gives the table writer's debug line and the run goes on.
+
+// The project folder followed by "/compResult/" and the file name.
+QString resultFilePath(const QString &projectFolder, const QString &fileName);
+
+// The files of the newest iteration: X, Y and Parameter from the newest entry
+// of each history (a history without entries writes nothing), the ODE_sol
+// files of every point with a non-empty solution under the record's newest
+// iteration number (X's; none without X entries), R and lambda from their
+// newest entries, then ode_time.csv and sortIndex.csv when they have values,
+// and the computation log. Creates the "compResult" folder when missing.
+void writeIterationFiles(const QString &projectFolder, const compResult &result);
+
+// The iteration files once more, then Y.dat when the record has outputs. After
+// an abort at iteration 0 every history is empty, so only the log (and the
+// solution times and sort index, if the record holds any) is written.
+void writeEndOfRunFiles(const QString &projectFolder, const compResult &result);
+
+// Writes the log to "computation_log.txt": the file is opened for reading and
+// writing without truncation and every line is written from the start, each
+// followed by "\n". The log only grows during a run, so each write replaces
+// the previous content; a log shorter than the file leaves the file's tail.
+void writeComputationLog(const QString &projectFolder, const QStringList &log);
+
+// Y.dat: a QDataStream (format Qt 5.12) holding the output history as one
+// QVector<DoubleMatrix>, iteration by iteration, one row per point. The reader
+// returns false and leaves outputs unchanged for a missing or damaged file.
+void writeOutputHistory(const QString &path, const QVector<DoubleMatrix> &outputs);
+bool readOutputHistory(const QString &path, QVector<DoubleMatrix> &outputs);
+
+// Moves the results of an earlier run out of "compResult" into
+// "history/compResult <UTC time>" (the current UTC time in Qt's default text
+// format with every ":" replaced by "_"): sortIndex.csv, then for k = 0, 1, ...
+// while any file of iteration k exists its R, lambda, X, Y, Parameter and
+// ODE_sol files, then ode_time.csv and computation_log.txt. Each file is copied
+// and then removed; a file whose copy fails stays where it is. Other files
+// (Y.dat, the window's Jacobian files) are not touched. Returns the path of
+// the history folder.
+QString moveResultsToHistory(const QString &projectFolder);
+
+// Replaces the record by the stored result: X, Y, Parameter, SSR (R files) and
+// lambda, each read for k = 0, 1, ... up to its first missing file; the sort
+// index, the solution time points, the computation log, and the solutions of
+// the newest iteration that has ODE_sol files (one entry per point of the
+// newest X, or up to the highest stored point; empty for a point without a
+// file). Returns true when at least one iteration of X was found.
+bool loadResult(const QString &projectFolder, compResult &result);
