@@ -56,6 +56,10 @@ SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> 
         observations[r].time = timePoints[r];
     model_ode model(system, doses, observations);
     model.useRosenbrock = useRosenbrock ? 1 : 0;
+    // A forward simulation is read as a result: solve accurately with either
+    // integrator, not at the loose tolerance of the estimation's first stage.
+    model.rosenbrockRelativeTolerance = 1e-6;
+    model.rosenbrockAbsoluteTolerance = 1e-9;
     model.timeLimitMs = std::numeric_limits<int>::max();
     const auto rows = model.evaluate(parameters);
 

@@ -1,0 +1,53 @@
+// ambrel-batch: runs the Ambrel method and forward simulations on a project
+// folder without the workbench.
+#include "BatchCommon.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+
+namespace {
+
+const char *const kUsage =
+    "usage:\n"
+    "  ambrel-batch run DIR [--stage1-iterations N] [--stage2-iterations N] [--stage1-reltol X]\n"
+    "                       [--initial-lambda X] [--max-initial-tries N] [--stricter-initial-sampling]\n"
+    "                       [--timeout-ms N] [--points N] [--threads N] [--restart]\n"
+    "  ambrel-batch simulate DIR --expression EXPR [--expression EXPR ...] --times \"0:1:10\"\n"
+    "                       [--parameters NAME=VALUE,...] [--integrator lsoda|rosenbrock]\n";
+
+// The engine's diagnostics are for developers; the batch tool shows them only
+// with AMBREL_DEBUG set.
+void quietMessages(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    if (type != QtDebugMsg && type != QtInfoMsg)
+        std::fprintf(stderr, "%s\n", qPrintable(message));
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
+        qInstallMessageHandler(quietMessages);
+    const QStringList arguments = app.arguments().mid(1);
+    if (arguments.size() < 2) {
+        std::fprintf(stderr, "%s", kUsage);
+        return kInvalidInput;
+    }
+    const QString command = arguments[0];
+    const QString folder = arguments[1];
+    const QStringList options = arguments.mid(2);
+    try {
+        if (command == QLatin1String("run"))
+            return runCommand(folder, options);
+        if (command == QLatin1String("simulate"))
+            return simulateCommand(folder, options);
+        std::fprintf(stderr, "Unknown command: %s\n%s", qPrintable(command), kUsage);
+        return kInvalidInput;
+    } catch (const InputError &error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return kInvalidInput;
+    }
+}
