@@ -252,6 +252,9 @@ StepResult computeSteps(const Matrix &X, const Matrix &Y, const QVector<bool> &u
                 intercept = ublas::column(model, p);
                 haveGlobalModel = true;
             }
+            // Each target entry scaled by a factor in [1 - d, 1 + d], drawn
+            // afresh per point and entry. u = (0..32767) / 32767 whatever
+            // RAND_MAX is (2^31 - 1 on glibc; its low 15 bits are uniform).
             const double d = settings.targetPerturbation;
             for (std::size_t j = 0; j < m; ++j) {
                 const double u = double(std::rand() % 32768) / 32767.0;
