@@ -55,6 +55,124 @@ void conjugateGradients(const double *normal, const double *rhs, std::size_t siz
     }
 }
 
+void multiplyRowMajor(const double *left, const double *right, std::size_t rows,
+                      std::size_t inner, std::size_t columns, double *product)
+{
+    // Register blocks: kRows x kBlock sums stay in registers over the inner
+    // loop; plain loops that compilers vectorise along the columns.
+    constexpr std::size_t kRows = 2;
+    constexpr std::size_t kBlock = 4;
+    std::size_t q = 0;
+    for (; q + kRows <= rows; q += kRows) {
+        std::size_t j = 0;
+        for (; j + kBlock <= columns; j += kBlock) {
+            double sum[kRows][kBlock] = {};
+            for (std::size_t s = 0; s < inner; ++s) {
+                const double *r = right + s * columns + j;
+                for (std::size_t a = 0; a < kRows; ++a) {
+                    const double x = left[(q + a) * inner + s];
+                    for (std::size_t c = 0; c < kBlock; ++c)
+                        sum[a][c] += x * r[c];
+                }
+            }
+            for (std::size_t a = 0; a < kRows; ++a)
+                for (std::size_t c = 0; c < kBlock; ++c)
+                    product[(q + a) * columns + j + c] = sum[a][c];
+        }
+        for (; j < columns; ++j)
+            for (std::size_t a = 0; a < kRows; ++a) {
+                double sum = 0.0;
+                for (std::size_t s = 0; s < inner; ++s)
+                    sum += left[(q + a) * inner + s] * right[s * columns + j];
+                product[(q + a) * columns + j] = sum;
+            }
+    }
+    for (; q < rows; ++q) {
+        const double *leftRow = left + q * inner;
+        for (std::size_t j = 0; j < columns; ++j) {
+            double sum = 0.0;
+            for (std::size_t s = 0; s < inner; ++s)
+                sum += leftRow[s] * right[s * columns + j];
+            product[q * columns + j] = sum;
+        }
+    }
+}
+
+void ConjugateGradientColumnsWorkspace::resize(std::size_t size, std::size_t columns)
+{
+    residual.resize(size * columns);
+    direction.resize(size * columns);
+    product.resize(size * columns);
+    rr.resize(columns);
+    rrNew.resize(columns);
+    pMp.resize(columns);
+    active.resize(columns);
+}
+
+void conjugateGradientsColumns(const double *normal, const double *rhs, std::size_t size,
+                               std::size_t columns, std::size_t maxIterations, double *solution,
+                               ConjugateGradientColumnsWorkspace &workspace)
+{
+    workspace.resize(size, columns);
+    const std::size_t entries = size * columns;
+    double *r = workspace.residual.data();
+    double *p = workspace.direction.data();
+    double *mp = workspace.product.data();
+    double *rr = workspace.rr.data();
+    double *rrNew = workspace.rrNew.data();
+    double *pMp = workspace.pMp.data();
+    char *active = workspace.active.data();
+
+    std::fill(solution, solution + entries, 0.0);
+    std::copy(rhs, rhs + entries, r);
+    std::copy(rhs, rhs + entries, p);
+    std::fill(rr, rr + columns, 0.0);
+    for (std::size_t q = 0; q < size; ++q)
+        for (std::size_t j = 0; j < columns; ++j)
+            rr[j] += r[q * columns + j] * r[q * columns + j];
+    std::fill(active, active + columns, char(1));
+    std::size_t activeCount = columns;
+
+    for (std::size_t iteration = 0; iteration < maxIterations && activeCount > 0; ++iteration) {
+        // M P for all columns; stopped columns are computed too and ignored.
+        multiplyRowMajor(normal, p, size, size, columns, mp);
+        std::fill(pMp, pMp + columns, 0.0);
+        for (std::size_t q = 0; q < size; ++q)
+            for (std::size_t j = 0; j < columns; ++j)
+                pMp[j] += p[q * columns + j] * mp[q * columns + j];
+
+        for (std::size_t j = 0; j < columns; ++j) {
+            if (!active[j])
+                continue;
+            if (std::fabs(pMp[j]) < kCgTolerance) {
+                active[j] = 0;
+                --activeCount;
+                continue;
+            }
+            const double alpha = rr[j] / pMp[j];
+            double sum = 0.0;
+            for (std::size_t q = 0; q < size; ++q) {
+                const std::size_t at = q * columns + j;
+                solution[at] += alpha * p[at];
+                r[at] -= alpha * mp[at];
+                sum += r[at] * r[at];
+            }
+            rrNew[j] = sum;
+            if (std::fabs(sum) < kCgTolerance) {
+                active[j] = 0;
+                --activeCount;
+                continue;
+            }
+            const double beta = sum / rr[j];
+            for (std::size_t q = 0; q < size; ++q) {
+                const std::size_t at = q * columns + j;
+                p[at] = r[at] + beta * p[at];
+            }
+            rr[j] = sum;
+        }
+    }
+}
+
 void regulariseDiagonal(double *normal, std::size_t size, double lambda)
 {
     for (std::size_t q = 0; q < size; ++q) {

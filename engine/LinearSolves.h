@@ -36,6 +36,31 @@ void conjugateGradients(const double *normal, const double *rhs, std::size_t siz
                         std::size_t maxIterations, double *solution,
                         ConjugateGradientWorkspace &workspace);
 
+// product = left (rows x inner) * right (inner x columns), all row-major and
+// contiguous. Each entry is summed over the inner index in ascending order
+// from 0, like a plain triple loop, but in register blocks of 2 x 4 entries.
+void multiplyRowMajor(const double *left, const double *right, std::size_t rows,
+                      std::size_t inner, std::size_t columns, double *product);
+
+// Scratch storage of conjugateGradientsColumns.
+struct ConjugateGradientColumnsWorkspace {
+    std::vector<double> residual;  // size x columns
+    std::vector<double> direction; // size x columns
+    std::vector<double> product;   // size x columns
+    std::vector<double> rr, rrNew, pMp;
+    std::vector<char> active;
+    void resize(std::size_t size, std::size_t columns);
+};
+
+// conjugateGradients for every column of rhs (size x columns, row-major) at
+// once, into the columns of solution. Each column follows exactly the same
+// arithmetic as its own conjugateGradients call and stops on its own; the
+// products with M are taken for all columns together, which vectorises
+// along the columns.
+void conjugateGradientsColumns(const double *normal, const double *rhs, std::size_t size,
+                               std::size_t columns, std::size_t maxIterations, double *solution,
+                               ConjugateGradientColumnsWorkspace &workspace);
+
 // The regularisation of the normal matrix: a diagonal entry above 1.0 is
 // multiplied by (lambda + 1), any other entry gets lambda added (so large
 // entries scale like Levenberg-Marquardt and small ones are lifted).

@@ -16,23 +16,25 @@ namespace {
 struct Scratch {
     std::size_t p = 0;
     std::size_t m = 0;
-    std::vector<double> normal;      // p x p: weighted normal matrix of a local fit
-    std::vector<double> crossTerms;  // p x m: dX^T W dY of a local fit, all outputs
-    std::vector<double> rhs;         // p: one output's column of crossTerms
-    std::vector<double> displacement;   // p: X_k - X_i
-    std::vector<double> outputChange;   // m: Y_k - Y_i
-    std::vector<double> residual;       // m: right-hand side of the step
-    std::vector<double> stepNormal;     // p x p: J^T J, then regularised
-    std::vector<double> stepRhs;        // p: J^T r
-    std::vector<std::size_t> neighbours;
+    std::vector<double> normal;        // p x p: weighted normal matrix of a local fit
+    std::vector<double> crossTerms;    // p x m: dX^T W dY of a local fit, all outputs
+    std::vector<double> localSolution; // p x m: its columns are the local Jacobian's rows
+    std::vector<double> displacement;  // p: X_k - X_i
+    std::vector<double> weightedDisplacement; // p x n: w_k (X_k - X_i), used rows only
+    std::vector<double> outputChange;  // n x m: Y_k - Y_i, used rows only
+    std::vector<double> residual;      // m: right-hand side of the step
+    std::vector<double> stepNormal;    // p x p: J^T J, then regularised
+    std::vector<double> stepRhs;       // p: J^T r
     ConjugateGradientWorkspace cg;
+    ConjugateGradientColumnsWorkspace cgColumns;
 
     Scratch(std::size_t parameters, std::size_t outputs, std::size_t points)
-        : p(parameters), m(outputs), normal(p * p), crossTerms(p * m), rhs(p), displacement(p),
-          outputChange(m), residual(m), stepNormal(p * p), stepRhs(p)
+        : p(parameters), m(outputs), normal(p * p), crossTerms(p * m), localSolution(p * m),
+          displacement(p), weightedDisplacement(p * points), outputChange(points * m),
+          residual(m), stepNormal(p * p), stepRhs(p)
     {
-        neighbours.reserve(points);
         cg.resize(p);
+        cgColumns.resize(p, m);
     }
 };
 
@@ -51,7 +53,8 @@ void regularisedStep(const Matrix &jacobian, const double *residual, double lamb
 // Local Jacobian of point i: for each output j the weighted least-squares
 // fit dX a ~ dY_j with row weights W(i, k). This is CGNE on the weighted
 // design matrix sqrt(W) dX (n rows, hence the cap n); its normal matrix
-// dX^T W dX does not depend on j and is formed once for all m outputs.
+// dX^T W dX does not depend on j and is formed once for all m outputs, and
+// the m solves run side by side (each with its own stopping rule).
 // Rows of weight 0 (the point itself, invalid points) are skipped, so NaN
 // outputs of invalid points never enter the sums.
 void localJacobian(const Matrix &X, const Matrix &Y, const Matrix &weights, std::size_t i,
@@ -63,13 +66,20 @@ void localJacobian(const Matrix &X, const Matrix &Y, const Matrix &weights, std:
     double *normal = scratch.normal.data();
     double *cross = scratch.crossTerms.data();
     double *dx = scratch.displacement.data();
-    double *dy = scratch.outputChange.data();
     std::fill(scratch.normal.begin(), scratch.normal.end(), 0.0);
-    std::fill(scratch.crossTerms.begin(), scratch.crossTerms.end(), 0.0);
 
     const double *xi = &X.data()[i * p];
     const double *yi = &Y.data()[i * m];
     const double *wi = &weights.data()[i * n];
+    std::size_t used = 0;
+    for (std::size_t k = 0; k < n; ++k)
+        used += wi[k] != 0.0 ? 1 : 0;
+
+    // The used rows, compacted: (W dX)^T as p x used and dY as used x m, so
+    // that dX^T W dY is one blocked product.
+    double *weightedDisplacement = scratch.weightedDisplacement.data();
+    double *outputChange = scratch.outputChange.data();
+    std::size_t row = 0;
     for (std::size_t k = 0; k < n; ++k) {
         const double w = wi[k];
         if (w == 0.0)
@@ -78,29 +88,28 @@ void localJacobian(const Matrix &X, const Matrix &Y, const Matrix &weights, std:
         const double *yk = &Y.data()[k * m];
         for (std::size_t q = 0; q < p; ++q)
             dx[q] = xk[q] - xi[q];
+        double *dy = outputChange + row * m;
         for (std::size_t j = 0; j < m; ++j)
             dy[j] = yk[j] - yi[j];
         for (std::size_t q = 0; q < p; ++q) {
             const double wdx = w * dx[q];
+            weightedDisplacement[q * used + row] = wdx;
             double *normalRow = normal + q * p;
             for (std::size_t s = q; s < p; ++s)
                 normalRow[s] += wdx * dx[s];
-            double *crossRow = cross + q * m;
-            for (std::size_t j = 0; j < m; ++j)
-                crossRow[j] += wdx * dy[j];
         }
+        ++row;
     }
     for (std::size_t q = 0; q < p; ++q)
         for (std::size_t s = 0; s < q; ++s)
             normal[q * p + s] = normal[s * p + q];
+    multiplyRowMajor(weightedDisplacement, outputChange, p, used, m, cross);
 
-    double *rhs = scratch.rhs.data();
-    double *jacobianData = &jacobian.data()[0];
-    for (std::size_t j = 0; j < m; ++j) {
+    double *solution = scratch.localSolution.data();
+    conjugateGradientsColumns(normal, cross, p, m, n, solution, scratch.cgColumns);
+    for (std::size_t j = 0; j < m; ++j)
         for (std::size_t q = 0; q < p; ++q)
-            rhs[q] = cross[q * m + j];
-        conjugateGradients(normal, rhs, p, n, jacobianData + j * p, scratch.cg);
-    }
+            jacobian(j, q) = solution[q * m + j];
 }
 
 bool sizesAgree(const Matrix &X, const Matrix &Y, const QVector<bool> &updateMask,
@@ -243,6 +252,9 @@ StepResult computeSteps(const Matrix &X, const Matrix &Y, const QVector<bool> &u
                 intercept = ublas::column(model, p);
                 haveGlobalModel = true;
             }
+            // Each target entry scaled by a factor in [1 - d, 1 + d], drawn
+            // afresh per point and entry. u = (0..32767) / 32767 whatever
+            // RAND_MAX is (2^31 - 1 on glibc; its low 15 bits are uniform).
             const double d = settings.targetPerturbation;
             for (std::size_t j = 0; j < m; ++j) {
                 const double u = double(std::rand() % 32768) / 32767.0;

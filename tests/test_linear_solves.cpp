@@ -5,6 +5,8 @@
 #include <QtTest>
 
 #include <cmath>
+#include <random>
+#include <vector>
 
 namespace {
 
@@ -66,6 +68,7 @@ private slots:
     void iterationCapIsTheRowCount();
     void sizeMismatchGivesZero();
     void symmetricEigendecomposition();
+    void blockedKernelsMatchPlainArithmetic();
 };
 
 void TestLinearSolves::leastSquaresSolutions()
@@ -183,6 +186,61 @@ void TestLinearSolves::symmetricEigendecomposition()
                          "Eigendecomposition error: A.size1()= 2 is not equal to A.size2()= 3");
     QVERIFY(!symmetricEigen(Matrix(2, 3, 1.0), values, vectors));
     QCOMPARE(values.size(), std::size_t(0));
+}
+
+void TestLinearSolves::blockedKernelsMatchPlainArithmetic()
+{
+    std::mt19937_64 generator(17);
+    std::uniform_real_distribution<double> unit(-1.0, 1.0);
+    // Sizes on and off the 2 x 4 block edges.
+    for (std::size_t rows : {1, 2, 5, 10}) {
+        for (std::size_t columns : {1, 3, 4, 9, 40}) {
+            const std::size_t inner = 7;
+            std::vector<double> left(rows * inner), right(inner * columns), product(rows * columns);
+            for (double &v : left)
+                v = unit(generator);
+            for (double &v : right)
+                v = unit(generator);
+            multiplyRowMajor(left.data(), right.data(), rows, inner, columns, product.data());
+            for (std::size_t q = 0; q < rows; ++q)
+                for (std::size_t j = 0; j < columns; ++j) {
+                    double sum = 0.0;
+                    for (std::size_t s = 0; s < inner; ++s)
+                        sum += left[q * inner + s] * right[s * columns + j];
+                    QVERIFY(product[q * columns + j] == sum); // exact, not fuzzy
+                }
+        }
+    }
+
+    // Side-by-side CG equals one CG per column, bit for bit, including a
+    // zero column that stops at once and a capped run.
+    const std::size_t size = 6;
+    const std::size_t columns = 5;
+    Matrix A(9, size);
+    for (std::size_t i = 0; i < A.size1(); ++i)
+        for (std::size_t q = 0; q < size; ++q)
+            A(i, q) = unit(generator);
+    std::vector<double> normal(size * size);
+    formNormalMatrix(A, normal.data());
+    std::vector<double> rhs(size * columns);
+    for (std::size_t q = 0; q < size; ++q)
+        for (std::size_t j = 0; j < columns; ++j)
+            rhs[q * columns + j] = j == 2 ? 0.0 : 10.0 * unit(generator);
+    for (std::size_t cap : {3, 50}) {
+        std::vector<double> together(size * columns);
+        ConjugateGradientColumnsWorkspace columnsWorkspace;
+        conjugateGradientsColumns(normal.data(), rhs.data(), size, columns, cap, together.data(),
+                                  columnsWorkspace);
+        ConjugateGradientWorkspace workspace;
+        for (std::size_t j = 0; j < columns; ++j) {
+            std::vector<double> g(size), x(size);
+            for (std::size_t q = 0; q < size; ++q)
+                g[q] = rhs[q * columns + j];
+            conjugateGradients(normal.data(), g.data(), size, cap, x.data(), workspace);
+            for (std::size_t q = 0; q < size; ++q)
+                QVERIFY(together[q * columns + j] == x[q]);
+        }
+    }
 }
 
 QTEST_APPLESS_MAIN(TestLinearSolves)
