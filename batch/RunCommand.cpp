@@ -60,6 +60,10 @@ int runCommand(const QString &folder, const QStringList &arguments)
     settings.stricterInitialSampling = options.has("--stricter-initial-sampling");
     settings.timeLimitMs = options.intValue("--timeout-ms", 10000, 1);
     const int points = options.intValue("--points", 250, 1);
+    // The integrator's method-switch notices would bury the progress output.
+    if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
+        if (std::FILE *null = std::fopen("/dev/null", "w"))
+            settings.integratorMessages = null;
     if (options.has("--threads"))
         QThreadPool::globalInstance()->setMaxThreadCount(options.intValue("--threads", 1, 1));
 

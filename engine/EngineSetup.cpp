@@ -25,6 +25,7 @@ void configureEngine(ambrel_method &engine, const ProjectModel &project, const R
     evaluator.stage1.rosenbrockRelativeTolerance = settings.stage1RelativeTolerance;
     evaluator.stage1.rosenbrockAbsoluteTolerance = settings.stage1AbsoluteTolerance;
     evaluator.stage1.timeLimitMs = settings.timeLimitMs;
+    evaluator.stage1.lsodaMessageStream = settings.integratorMessages;
     evaluator.stage2 = evaluator.stage1;
     evaluator.stage2.useRosenbrock = 0;
     evaluator.g = project.g;

@@ -3,6 +3,7 @@
 #include "engine/ambrel_method.h"
 #include "project/ProjectModel.h"
 
+#include <cstdio>
 #include <random>
 
 // The run settings that a caller (the window, the batch tool) chooses.
@@ -15,6 +16,7 @@ struct RunSettings {
     int maxInitialTries = 20;
     bool stricterInitialSampling = false;
     int timeLimitMs = 10000;
+    std::FILE *integratorMessages = stderr; // LSODA's messages
 };
 
 // Fills the engine's model, target, domain and settings from a checked

@@ -40,7 +40,7 @@ QVector<double> parseSimulationTimePoints(const QString &text)
 
 SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> &doses,
                           const QVector<double> &timePoints, const QVector<double> &parameters,
-                          const QString &expression, bool useRosenbrock)
+                          const QString &expression, bool useRosenbrock, std::FILE *integratorMessages)
 {
     SimulationResult result;
     ExpressionParser parser(expression);
@@ -56,6 +56,7 @@ SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> 
         observations[r].time = timePoints[r];
     model_ode model(system, doses, observations);
     model.useRosenbrock = useRosenbrock ? 1 : 0;
+    model.lsodaMessageStream = integratorMessages;
     // A forward simulation is read as a result: solve accurately with either
     // integrator, not at the loose tolerance of the estimation's first stage.
     model.rosenbrockRelativeTolerance = 1e-6;

@@ -7,6 +7,8 @@
 #include <QStringList>
 #include <QVector>
 
+#include <cstdio>
+
 // Forward simulation of the model for one parameter set at chosen times.
 
 // The simulation time points of a text: "start:step:end" (the count rounded
@@ -23,4 +25,5 @@ struct SimulationResult {
 // expression (over "t", the state variables and the parameters) at each.
 SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> &doses,
                           const QVector<double> &timePoints, const QVector<double> &parameters,
-                          const QString &expression, bool useRosenbrock);
+                          const QString &expression, bool useRosenbrock,
+                          std::FILE *integratorMessages = stderr);

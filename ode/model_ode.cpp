@@ -96,8 +96,10 @@ std::vector<std::vector<double>> model_ode::evaluate(const QVector<double> &para
         std::vector<double> state(std::size_t(numStateVariables), 0.0);
         // A fresh integrator per evaluation: no state carries over.
         std::unique_ptr<LSODA> solver;
-        if (!useRosenbrock)
+        if (!useRosenbrock) {
             solver = std::make_unique<LSODA>();
+            solver->setMessageStream(lsodaMessageStream);
+        }
 
         // Observations at the first grid point see the initial state.
         for (int r = 0; r < observationTimeIndex.size(); ++r)

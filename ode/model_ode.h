@@ -6,6 +6,7 @@
 #include <QStringList>
 #include <QVector>
 
+#include <cstdio>
 #include <vector>
 
 class LSODA;
@@ -47,6 +48,8 @@ public:
     double rosenbrockAbsoluteTolerance = 1e-6;
     double rosenbrockRelativeTolerance = 0.1;
     int timeLimitMs = 20000;
+    // Where LSODA writes its messages (method switches, step limits).
+    std::FILE *lsodaMessageStream = stderr;
 
     // The model.
     QVector<ExpressionParser> rightHandSides;
