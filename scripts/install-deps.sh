@@ -8,6 +8,9 @@ packages=(
   libboost-dev
   libbenchmark-dev libmuparser-dev
   python3 python3-numpy python3-scipy
+  # Interpreters that run the exported scripts in the tests (Octave installs in
+  # about 30 s; the tests skip an interpreter that is absent).
+  r-base-core r-cran-desolve octave
   "$@"
 )
 missing=()
