@@ -41,3 +41,4 @@ ProjectModel loadCheckedProject(const QString &folder);
 
 int runCommand(const QString &folder, const QStringList &arguments);
 int simulateCommand(const QString &folder, const QStringList &arguments);
+int exportCommand(const QString &folder, const QStringList &arguments);

@@ -14,7 +14,8 @@ const char *const kUsage =
     "                       [--initial-lambda X] [--max-initial-tries N] [--stricter-initial-sampling]\n"
     "                       [--timeout-ms N] [--points N] [--threads N] [--restart]\n"
     "  ambrel-batch simulate DIR --expression EXPR [--expression EXPR ...] --times \"0:1:10\"\n"
-    "                       [--parameters NAME=VALUE,...] [--integrator lsoda|rosenbrock]\n";
+    "                       [--parameters NAME=VALUE,...] [--integrator lsoda|rosenbrock]\n"
+    "  ambrel-batch export DIR\n";
 
 // The engine's diagnostics are for developers; the batch tool shows them only
 // with AMBREL_DEBUG set.
@@ -44,6 +45,8 @@ int main(int argc, char **argv)
             return runCommand(folder, options);
         if (command == QLatin1String("simulate"))
             return simulateCommand(folder, options);
+        if (command == QLatin1String("export"))
+            return exportCommand(folder, options);
         std::fprintf(stderr, "Unknown command: %s\n%s", qPrintable(command), kUsage);
         return kInvalidInput;
     } catch (const InputError &error) {
