@@ -171,6 +171,7 @@ private slots:
     void abortLater_data();
     void abortLater();
     void rerunContinuesTheHistories();
+    void rerunWithNothingStored();
     void endToEndOralAbsorption();
 };
 
@@ -520,6 +521,27 @@ void TestAmbrelMethod::rerunContinuesTheHistories()
     QCOMPARE(blocks.size(), 3 + 4);
     QCOMPARE(blocks[3][2], QString("         iterNumber: 2"));
     QCOMPARE(blocks[6][2], QString("         iterNumber: 5"));
+}
+
+// After an abort at iteration 0 the record holds no cluster: a restart has
+// nothing to repeat and ends at once, as a run ends.
+void TestAmbrelMethod::rerunWithNothingStored()
+{
+    QTemporaryDir dir;
+    const ProjectModel project = toyProject(dir, "A", std::exp(-0.7 * 2.0));
+    ambrel_method engine;
+    configure(engine, project, column({0.2, 0.5, 0.9, 1.2}), 3, 1);
+    QObject::connect(&engine, &ambrel_method::additional_modelEval, &engine, &ambrel_method::abort);
+    engine.run();
+    QVERIFY(engine.result.X.isEmpty());
+
+    SignalRecord seen;
+    record(engine, seen);
+    engine.rerun();
+    QVERIFY(engine.result.X.isEmpty() && engine.result.SSR.isEmpty());
+    QCOMPARE(seen.results, 0);
+    QCOMPARE(seen.completed, 1);
+    QVERIFY(!engine.running);
 }
 
 // A whole run on the example: 250 points drawn uniformly in the search
