@@ -164,6 +164,7 @@ private slots:
     void initTestCase();
     void tiesAreAcceptedLogAndProgress();
     void everyStepIsJudgedByItsOwnSsr();
+    void changedWeightsKeepTies();
     void stageSwitchKeepsClusterAndResetsLambda();
     void rejectedPointFreezesAboveTheLimit();
     void failedPointsAndTheUpperQuartile();
@@ -292,6 +293,27 @@ void TestAmbrelMethod::everyStepIsJudgedByItsOwnSsr()
     // Both branches were exercised.
     QVERIFY2(accepted > 0 && rejected > 0,
              qPrintable(QString("%1 accepted, %2 rejected").arg(accepted).arg(rejected)));
+}
+
+// The weights of iteration k are in force from iteration k + 1 on, for the
+// new SSR and for the previous one alike: tying outputs stay ties when the
+// weights change, and the stored SSR carries the weights of its iteration.
+void TestAmbrelMethod::changedWeightsKeepTies()
+{
+    QTemporaryDir dir;
+    const ProjectModel project = toyProject(dir, "2+0*A", 3.0);
+    ambrel_method engine;
+    configure(engine, project, column({0.2, 0.5, 0.9, 1.2}), 4, 0);
+    engine.weightsPerIteration = {{1, 1, 1, 1}, {4, 4, 4, 4}, {1, 0, 0, 0}};
+    engine.run();
+
+    const compResult &r = engine.result;
+    const QVector<double> expectedSsr{4, 4, 16, 1};
+    for (int k = 0; k < 4; ++k)
+        for (int i = 0; i < 4; ++i) {
+            QVERIFY(closeTo(r.lambda[k][i], std::pow(10.0, -k)));
+            QCOMPARE(r.SSR[k][i], expectedSsr[k]);
+        }
 }
 
 // The last Stage 1 cluster is evaluated again by Stage 2 unchanged. Here the
