@@ -4,6 +4,7 @@
 #include <QElapsedTimer>
 #include <QtConcurrent>
 
+#include <algorithm>
 #include <cmath>
 #include <ctime>
 #include <limits>
@@ -44,6 +45,8 @@ PointEvaluation ClusterEvaluator::evaluatePoint(const QVector<double> &x) const
 
 QVector<PointEvaluation> ClusterEvaluator::evaluate(const DoubleMatrix &X) const
 {
+    QElapsedTimer wall;
+    wall.start();
     const std::clock_t start = std::clock();
     const QVector<PointEvaluation> results = QtConcurrent::blockingMapped(
         X, std::function<PointEvaluation(const QVector<double> &)>(
@@ -53,5 +56,8 @@ QVector<PointEvaluation> ClusterEvaluator::evaluate(const DoubleMatrix &X) const
     // The outputs were formed inside the parallel tasks, beside the solves.
     qDebug() << "post ODE time " << double(std::clock() - start) / CLOCKS_PER_SEC;
     qDebug() << "function eval finished";
+    evaluationNanoseconds += wall.nsecsElapsed();
+    for (const QVector<double> &row : X)
+        evaluatedRows += std::none_of(row.begin(), row.end(), [](double v) { return std::isnan(v); }) ? 1 : 0;
     return results;
 }

@@ -105,7 +105,9 @@ void ambrel_method::run_3(int k_in)
     result.solutionTimes = evaluator.solutionTimes();
 
     try {
-        for (int k = k_in; k < totalIterations && running; ++k)
+        // A record without a cluster (a rerun after an abort at iteration 0)
+        // has nothing to iterate on: the run ends at once.
+        for (int k = k_in; k < totalIterations && running && !result.X.isEmpty(); ++k)
             iterate(k);
         if (!abortASAP) {
             result.truncateHistories(totalIterations);

@@ -1,0 +1,171 @@
+// Whole runs of the engine on the bundled PBPK example (12 states, four
+// parameters), configured as the batch tool configures a run: 250 points
+// drawn uniformly in the search domain (fixed seed), 50 Stage 1 and 10 Stage 2
+// iterations, every result file written into a temporary project folder.
+//
+// Counters:
+//   evals_per_s      model evaluations (rows actually integrated) per second
+//                    of the whole run
+//   outside_eval     share of the run spent outside ClusterEvaluator::evaluate
+//                    (linear algebra, screening bookkeeping, files, logging)
+//   speedup_vs_1     wall time of the one-thread row over this row's
+//                    (rows with more threads only, after the one-thread row)
+//
+// The _Small rows (100 points, 20 + 5 iterations) are a quicker check of the
+// same figures; the _NoFiles rows run without a project folder, so that the
+// cost of the result files can be told from the engine's own.
+#include "engine/ambrel_method.h"
+#include "model/ParameterSpecification.h"
+#include "project/ProjectModel.h"
+
+#include <benchmark/benchmark.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <QThreadPool>
+
+#include <cstdio>
+#include <map>
+#include <random>
+
+namespace {
+
+void dropDebugMessages(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    if (type != QtDebugMsg && type != QtInfoMsg)
+        std::fprintf(stderr, "%s\n", qPrintable(message));
+}
+
+const ProjectModel &pbpkProject()
+{
+    static const ProjectModel project = loadProjectModel(AMBREL_EXAMPLES_DIR "/pbpk");
+    return project;
+}
+
+struct RunConfiguration {
+    int points;
+    int stage1;
+    int stage2;
+    bool writeFiles = true;
+};
+
+// Every run writes into its own sub-folder of one temporary folder that is
+// removed only when the program ends: deleting thousands of result files
+// between rows would slow the file creation of the following rows.
+QTemporaryDir &resultsRoot()
+{
+    static QTemporaryDir root;
+    return root;
+}
+
+// One-thread wall time per configuration, for the speed-up of later rows.
+std::map<int, double> &oneThreadSeconds()
+{
+    static std::map<int, double> seconds;
+    return seconds;
+}
+
+void pbpkRun(benchmark::State &state, int threads, const RunConfiguration &configuration)
+{
+    const ProjectModel &project = pbpkProject();
+    if (!project.isValid()) {
+        state.SkipWithError(qPrintable(project.errors.join("; ")));
+        return;
+    }
+    const SearchDomain domain = searchDomain(project.gInverse, project.searchVariableCount,
+                                             project.parameterRows);
+    const int p = project.searchVariableCount;
+    std::mt19937_64 generator(12345);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    DoubleMatrix cluster(configuration.points);
+    for (QVector<double> &row : cluster)
+        for (int q = 0; q < p; ++q)
+            row << domain.lower[q] + unit(generator) * (domain.upper[q] - domain.lower[q]);
+
+    QThreadPool::globalInstance()->setMaxThreadCount(threads);
+    double seconds = 0, evaluationSeconds = 0, bestSsr = 0;
+    qint64 evaluations = 0;
+    for (auto _ : state) {
+        static int runNumber = 0;
+        const QString folder = resultsRoot().filePath(QString("run%1").arg(++runNumber));
+        ambrel_method engine;
+        model_ode stage1(project.system, project.doseEvents, project.observations);
+        stage1.useRosenbrock = 1;
+        stage1.rosenbrockRelativeTolerance = 0.1;
+        model_ode stage2 = stage1;
+        stage2.useRosenbrock = 0;
+        engine.evaluator.stage1 = stage1;
+        engine.evaluator.stage2 = stage2;
+        engine.evaluator.g = project.g;
+        engine.evaluator.parameterNames = project.system.parameterNames;
+        engine.evaluator.observations = project.observations;
+        engine.target = project.observedValues;
+        engine.domainLower = domain.lower;
+        engine.domainUpper = domain.upper;
+        engine.numStage1Iterations = configuration.stage1;
+        engine.numStage2Iterations = configuration.stage2;
+        engine.maxInitialTries = 20;
+        if (configuration.writeFiles)
+            engine.projectFolder = folder;
+        engine.result.X = {cluster};
+
+        QElapsedTimer timer;
+        timer.start();
+        engine.run();
+        const double elapsed = double(timer.nsecsElapsed()) * 1e-9;
+        state.SetIterationTime(elapsed);
+        seconds += elapsed;
+        evaluationSeconds += double(engine.evaluator.evaluationNanoseconds) * 1e-9;
+        evaluations += engine.evaluator.evaluatedRows;
+        const compResult &r = engine.result;
+        bestSsr = r.SSR.isEmpty() || r.sortIndex.isEmpty() ? -1 : r.SSR.last()[r.sortIndex.first()];
+    }
+    const double runs = double(state.iterations());
+    state.counters["evals_per_s"] = double(evaluations) / seconds;
+    state.counters["evals_per_run"] = double(evaluations) / runs;
+    state.counters["outside_eval"] = 1.0 - evaluationSeconds / seconds;
+    state.counters["best_ssr"] = bestSsr;
+    state.counters["threads"] = threads;
+    const int key = configuration.points * 100000 + configuration.stage1 * 1000 + configuration.stage2 * 10
+                    + (configuration.writeFiles ? 1 : 0);
+    if (threads == 1)
+        oneThreadSeconds()[key] = seconds / runs;
+    else if (oneThreadSeconds().count(key))
+        state.counters["speedup_vs_1"] = oneThreadSeconds()[key] / (seconds / runs);
+}
+
+const RunConfiguration kDefaultRun{250, 50, 10};
+const RunConfiguration kSmallRun{100, 20, 5};
+const RunConfiguration kDefaultRunNoFiles{250, 50, 10, false};
+const RunConfiguration kSmallRunNoFiles{100, 20, 5, false};
+
+} // namespace
+
+static void BM_PbpkRun_Threads1(benchmark::State &s) { pbpkRun(s, 1, kDefaultRun); }
+static void BM_PbpkRun_Threads2(benchmark::State &s) { pbpkRun(s, 2, kDefaultRun); }
+static void BM_PbpkRun_Small_Threads1(benchmark::State &s) { pbpkRun(s, 1, kSmallRun); }
+static void BM_PbpkRun_Small_Threads2(benchmark::State &s) { pbpkRun(s, 2, kSmallRun); }
+static void BM_PbpkRun_NoFiles_Threads1(benchmark::State &s) { pbpkRun(s, 1, kDefaultRunNoFiles); }
+static void BM_PbpkRun_NoFiles_Threads2(benchmark::State &s) { pbpkRun(s, 2, kDefaultRunNoFiles); }
+static void BM_PbpkRun_Small_NoFiles_Threads1(benchmark::State &s) { pbpkRun(s, 1, kSmallRunNoFiles); }
+static void BM_PbpkRun_Small_NoFiles_Threads2(benchmark::State &s) { pbpkRun(s, 2, kSmallRunNoFiles); }
+BENCHMARK(BM_PbpkRun_Small_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_PbpkRun_Small_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_PbpkRun_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_PbpkRun_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_PbpkRun_Small_NoFiles_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_PbpkRun_Small_NoFiles_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_PbpkRun_NoFiles_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_PbpkRun_NoFiles_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    qInstallMessageHandler(dropDebugMessages);
+    // LSODA reports method switches on stderr; keep the benchmark output clean.
+    std::freopen("/dev/null", "w", stderr);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
