@@ -71,7 +71,13 @@ void ambrel_method::logLine(const QString &line)
     result.log << line;
 }
 
-void ambrel_method::run() { run_3(0); }
+void ambrel_method::run()
+{
+    // A fresh run moves the earlier results aside; a restart keeps them.
+    if (!projectFolder.isEmpty())
+        moveResultsToHistory(projectFolder);
+    run_3(0);
+}
 
 void ambrel_method::rerun() { run_3(std::max(0, result.X.size() - 1)); }
 
@@ -99,8 +105,6 @@ void ambrel_method::run_3(int k_in)
         m_lambda = QVector<double>(n, initialLambda);
     if (k_in != 0 && k_in < result.lambda.size() && m_lambda != result.lambda[k_in])
         m_lambda = result.lambda[k_in];
-    if (k_in == 0 && !projectFolder.isEmpty())
-        moveResultsToHistory(projectFolder);
     result.solutions.resize(n);
     result.solutionTimes = evaluator.solutionTimes();
 
