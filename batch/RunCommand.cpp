@@ -62,8 +62,7 @@ int runCommand(const QString &folder, const QStringList &arguments)
     const int points = options.intValue("--points", 250, 1);
     // The integrator's method-switch notices would bury the progress output.
     if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
-        if (std::FILE *null = std::fopen("/dev/null", "w"))
-            settings.integratorMessages = null;
+        settings.integratorMessages = nullptr;
     if (options.has("--threads"))
         QThreadPool::globalInstance()->setMaxThreadCount(options.intValue("--threads", 1, 1));
 

@@ -70,12 +70,12 @@ int simulateCommand(const QString &folder, const QStringList &arguments)
     const QVector<double> parameters = simulationParameters(
         project, folder, options.has("--parameters") ? options.values("--parameters").first() : QString());
 
-    std::FILE *integratorMessages = qEnvironmentVariableIsEmpty("AMBREL_DEBUG") ? std::fopen("/dev/null", "w") : stderr;
+    std::FILE *integratorMessages = qEnvironmentVariableIsEmpty("AMBREL_DEBUG") ? nullptr : stderr;
     QVector<QVector<double>> columns;
     for (const QString &expression : qAsConst(expressions)) {
         const SimulationResult simulated = simulate(project.system, project.doseEvents, times, parameters,
                                                     expression, integrator == QLatin1String("rosenbrock"),
-                                                    integratorMessages ? integratorMessages : stderr);
+                                                    integratorMessages);
         if (!simulated.values.isEmpty() || simulated.errors.isEmpty()) {
             columns << simulated.values;
             for (const QString &error : simulated.errors)

@@ -14,9 +14,7 @@
 // The _Small rows (100 points, 20 + 5 iterations) are a quicker check of the
 // same figures; the _NoFiles rows run without a project folder, so that the
 // cost of the result files can be told from the engine's own.
-#include "engine/ambrel_method.h"
-#include "model/ParameterSpecification.h"
-#include "project/ProjectModel.h"
+#include "engine/EngineSetup.h"
 
 #include <benchmark/benchmark.h>
 
@@ -25,7 +23,6 @@
 #include <QTemporaryDir>
 #include <QThreadPool>
 
-#include <cstdio>
 #include <map>
 #include <random>
 
@@ -73,15 +70,13 @@ void pbpkRun(benchmark::State &state, int threads, const RunConfiguration &confi
         state.SkipWithError(qPrintable(project.errors.join("; ")));
         return;
     }
-    const SearchDomain domain = searchDomain(project.gInverse, project.searchVariableCount,
-                                             project.parameterRows);
-    const int p = project.searchVariableCount;
     std::mt19937_64 generator(12345);
-    std::uniform_real_distribution<double> unit(0.0, 1.0);
-    DoubleMatrix cluster(configuration.points);
-    for (QVector<double> &row : cluster)
-        for (int q = 0; q < p; ++q)
-            row << domain.lower[q] + unit(generator) * (domain.upper[q] - domain.lower[q]);
+    const DoubleMatrix cluster =
+        sampleInitialCluster(projectSearchDomain(project), configuration.points, generator);
+    RunSettings settings;
+    settings.stage1Iterations = configuration.stage1;
+    settings.stage2Iterations = configuration.stage2;
+    settings.integratorMessages = nullptr; // the method-switch notices
 
     QThreadPool::globalInstance()->setMaxThreadCount(threads);
     double seconds = 0, evaluationSeconds = 0, bestSsr = 0;
@@ -90,22 +85,7 @@ void pbpkRun(benchmark::State &state, int threads, const RunConfiguration &confi
         static int runNumber = 0;
         const QString folder = resultsRoot().filePath(QString("run%1").arg(++runNumber));
         ambrel_method engine;
-        model_ode stage1(project.system, project.doseEvents, project.observations);
-        stage1.useRosenbrock = 1;
-        stage1.rosenbrockRelativeTolerance = 0.1;
-        model_ode stage2 = stage1;
-        stage2.useRosenbrock = 0;
-        engine.evaluator.stage1 = stage1;
-        engine.evaluator.stage2 = stage2;
-        engine.evaluator.g = project.g;
-        engine.evaluator.parameterNames = project.system.parameterNames;
-        engine.evaluator.observations = project.observations;
-        engine.target = project.observedValues;
-        engine.domainLower = domain.lower;
-        engine.domainUpper = domain.upper;
-        engine.numStage1Iterations = configuration.stage1;
-        engine.numStage2Iterations = configuration.stage2;
-        engine.maxInitialTries = 20;
+        configureEngine(engine, project, settings);
         if (configuration.writeFiles)
             engine.projectFolder = folder;
         engine.result.X = {cluster};
@@ -163,8 +143,6 @@ int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     qInstallMessageHandler(dropDebugMessages);
-    // LSODA reports method switches on stderr; keep the benchmark output clean.
-    std::freopen("/dev/null", "w", stderr);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     return 0;

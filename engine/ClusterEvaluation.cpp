@@ -5,9 +5,7 @@
 #include <QtConcurrent>
 
 #include <algorithm>
-#include <cmath>
 #include <ctime>
-#include <limits>
 
 QVector<double> ClusterEvaluator::solutionTimes() const
 {
@@ -24,21 +22,13 @@ PointEvaluation ClusterEvaluator::evaluatePoint(const QVector<double> &x) const
     model_ode model = useStage2 ? stage2 : stage1;
     const std::vector<std::vector<double>> rows = model.evaluate(point.parameters);
 
-    // Observation expressions see "t", the states, then the parameters.
-    const int states = model.numStateVariables;
-    std::vector<double> values(std::size_t(1 + states + point.parameters.size()));
-    std::copy(point.parameters.begin(), point.parameters.end(), values.begin() + 1 + states);
+    SolvedPointValues values(model.numStateVariables, point.parameters);
     point.solution.reserve(int(rows.size()));
     point.outputs.reserve(observations.size());
     for (int r = 0; r < observations.size(); ++r) {
         const std::vector<double> &row = rows[std::size_t(r)];
         point.solution << QVector<double>(row.begin(), row.end());
-        values[0] = observations[r].time;
-        std::copy(row.begin(), row.end(), values.begin() + 1);
-        const ExpressionParser &expression = observations[r].variableExpression;
-        point.outputs << (expression.nodes().isEmpty()
-                              ? std::numeric_limits<double>::quiet_NaN()
-                              : expression.evaluate(values.data(), values.size()));
+        point.outputs << values.evaluate(observations[r].variableExpression, observations[r].time, row);
     }
     return point;
 }

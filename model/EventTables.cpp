@@ -123,36 +123,30 @@ CellCheck readDoseCell(DoseEvent &event, DoseColumn column, const QString &text,
     const NumericCell cell = readNumericCell(text, parameterNames, parameterValues);
     check.valid = cell.valid();
     check.note = cell.note;
+    // The three numeric columns differ only in their field, header and message.
+    auto store = [&](double &value, ExpressionParser &expression, bool &isExpression,
+                     const char *header, const char *message, const QString &errorTable) {
+        value = cell.value;
+        expression = cell.expression;
+        isExpression = cell.isExpression;
+        if (!check.valid) {
+            addMessage(event.messages, message);
+            check.error = doseError(errorTable, rowNumber, header, event.messages);
+        }
+    };
     switch (column) {
     case DoseColumn::Time:
-        event.time = cell.value;
-        event.timeExpression = cell.expression;
-        event.timeIsExpression = cell.isExpression;
-        if (!check.valid) {
-            addMessage(event.messages, "Could not evaluate the expression for the dosage time.");
-            check.error = doseError(tableName, rowNumber, "Time", event.messages);
-        }
+        store(event.time, event.timeExpression, event.timeIsExpression, "Time",
+              "Could not evaluate the expression for the dosage time.", tableName);
         break;
     case DoseColumn::Dosage:
-        event.dosage = cell.value;
-        event.dosageExpression = cell.expression;
-        event.dosageIsExpression = cell.isExpression;
-        if (!check.valid) {
-            addMessage(event.messages, "Could not evaluate the tree.");
-            check.error = doseError(tableName, rowNumber, "Dosage", event.messages);
-        }
+        store(event.dosage, event.dosageExpression, event.dosageIsExpression, "Dosage",
+              "Could not evaluate the tree.", tableName);
         break;
     case DoseColumn::Duration:
-        event.duration = cell.value;
-        event.durationExpression = cell.expression;
-        event.durationIsExpression = cell.isExpression;
-        if (!check.valid) {
-            addMessage(event.messages, "Could not evaluate the tree.");
-            check.error = doseError(table == DoseTable::Simulation
-                                        ? QStringLiteral("Simulation Dosing Table")
-                                        : tableName,
-                                    rowNumber, "Duration", event.messages);
-        }
+        store(event.duration, event.durationExpression, event.durationIsExpression, "Duration",
+              "Could not evaluate the tree.",
+              table == DoseTable::Simulation ? QStringLiteral("Simulation Dosing Table") : tableName);
         break;
     default:
         break;

@@ -37,6 +37,12 @@ struct ModelRhs {
     long evaluations = 0;
 
 private:
+    // Puts t and the state into the values vector.
+    void load(double t, const double *x)
+    {
+        values[0] = t;
+        std::copy(x, x + n, values.begin() + 1);
+    }
     double equation(int i) const
     {
         if (model.compiledEquation)
@@ -48,9 +54,7 @@ private:
 template <class Matrix, class Vector>
 void ModelRhs::jacobian(double t, const double *x, Matrix &jacobian, Vector &dfdt)
 {
-    values[0] = t;
-    for (int j = 0; j < n; ++j)
-        values[std::size_t(j) + 1] = x[j];
+    load(t, x);
     for (int i = 0; i < n; ++i)
         base[std::size_t(i)] = equation(i);
     ++evaluations;

@@ -64,14 +64,10 @@ SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> 
     model.timeLimitMs = std::numeric_limits<int>::max();
     const auto rows = model.evaluate(parameters);
 
-    const int states = system.numStateVariables();
-    std::vector<double> values(std::size_t(1 + states + parameters.size()));
-    std::copy(parameters.begin(), parameters.end(), values.begin() + 1 + states);
+    SolvedPointValues values(system.numStateVariables(), parameters);
     bool failed = false;
     for (int r = 0; r < timePoints.size(); ++r) {
-        values[0] = timePoints[r];
-        std::copy(rows[std::size_t(r)].begin(), rows[std::size_t(r)].end(), values.begin() + 1);
-        const double value = parser.evaluate(values.data(), values.size());
+        const double value = values.evaluate(parser, timePoints[r], rows[std::size_t(r)]);
         failed = failed || std::isnan(value);
         result.values << value;
     }

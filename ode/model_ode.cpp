@@ -39,9 +39,7 @@ void ModelRhs::checkTimeLimit() const
 
 void ModelRhs::derivatives(double t, const double *x, double *dxdt)
 {
-    values[0] = t;
-    for (int j = 0; j < n; ++j)
-        values[std::size_t(j) + 1] = x[j];
+    load(t, x);
     for (int i = 0; i < n; ++i)
         dxdt[i] = equation(i);
     if (infusedCompartments) {
@@ -155,4 +153,20 @@ void model_ode::integrateLsoda(std::vector<double> &state, double t0, double t1,
     solver.lsoda_update(lsodaRightHandSide, state.size(), state, yout, &t, t1, &istate, &rhs,
                         1e-6, 1e-6);
     std::copy(yout.begin() + 1, yout.end(), state.begin());
+}
+
+SolvedPointValues::SolvedPointValues(int numStateVariables, const QVector<double> &parameters)
+    : m_values(std::size_t(1 + numStateVariables + parameters.size()), 0.0)
+{
+    std::copy(parameters.begin(), parameters.end(), m_values.begin() + 1 + numStateVariables);
+}
+
+double SolvedPointValues::evaluate(const ExpressionParser &expression, double t,
+                                   const std::vector<double> &state)
+{
+    if (expression.nodes().isEmpty())
+        return std::numeric_limits<double>::quiet_NaN();
+    m_values[0] = t;
+    std::copy(state.begin(), state.end(), m_values.begin() + 1);
+    return expression.evaluate(m_values.data(), m_values.size());
 }

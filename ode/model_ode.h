@@ -48,7 +48,8 @@ public:
     double rosenbrockAbsoluteTolerance = 1e-6;
     double rosenbrockRelativeTolerance = 0.1;
     int timeLimitMs = 20000;
-    // Where LSODA writes its messages (method switches, step limits).
+    // Where LSODA writes its messages (method switches, step limits); null
+    // silences them.
     std::FILE *lsodaMessageStream = stderr;
 
     // The model.
@@ -89,4 +90,17 @@ private:
                         LSODA &solver);
 
     long m_rhsEvaluations = 0;
+};
+
+// Evaluates expressions at a solved time point: the values "t", the states,
+// then the parameters, as the right-hand sides see them. Observation outputs
+// and forward simulations both read a solution this way.
+class SolvedPointValues {
+public:
+    SolvedPointValues(int numStateVariables, const QVector<double> &parameters);
+    // NaN without a message for an expression that did not parse.
+    double evaluate(const ExpressionParser &expression, double t, const std::vector<double> &state);
+
+private:
+    std::vector<double> m_values;
 };

@@ -145,6 +145,15 @@ QString number(double value)
     return QString::number(value, 'g', 17);
 }
 
+// Values separated by ", ", as every language's vector literal takes them.
+QString numberList(const QVector<double> &values)
+{
+    QStringList texts;
+    for (double v : values)
+        texts << number(v);
+    return texts.join(QStringLiteral(", "));
+}
+
 // Names for a Python unpacking assignment: a single name needs a trailing
 // comma to unpack a one-element list.
 QString pythonTargets(const QStringList &names)
@@ -200,11 +209,8 @@ QString rParameterBlock(const ScriptTransformation &g, const ScriptParameterSour
                                 "x_best=as.numeric(X_final[which.min(SSR_final),])\n")
                      .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
         } else {
-            QStringList values;
-            for (double v : source.x)
-                values << number(v);
             s += QStringLiteral("# No stored result: the midpoints of the domains of interest.\n"
-                                "x_best=c(%1)\n").arg(values.join(QStringLiteral(", ")));
+                                "x_best=c(%1)\n").arg(numberList(source.x));
         }
         for (int k = 1; k <= m; ++k)
             s += QStringLiteral("x%1=x_best[%1]\n").arg(k);
@@ -237,11 +243,8 @@ QString pythonParameterBlock(const ScriptTransformation &g, const ScriptParamete
                                 "x_best = [float(v) for v in X[best]]\n")
                      .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
         } else {
-            QStringList values;
-            for (double v : source.x)
-                values << number(v);
             s += QStringLiteral("# No stored result: the midpoints of the domains of interest.\n"
-                                "x_best = [%1]\n").arg(values.join(QStringLiteral(", ")));
+                                "x_best = [%1]\n").arg(numberList(source.x));
         }
         for (int k = 1; k <= m; ++k)
             s += QStringLiteral("x%1 = x_best[%2]\n").arg(k).arg(k - 1);
@@ -267,11 +270,8 @@ QString matlabParameterBlock(const ScriptTransformation &g, const ScriptParamete
                                 "x_best = X_final(best, :);\n")
                      .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
         } else {
-            QStringList values;
-            for (double v : source.x)
-                values << number(v);
             s += QStringLiteral("% No stored result: the midpoints of the domains of interest.\n"
-                                "x_best = [%1];\n").arg(values.join(QStringLiteral(", ")));
+                                "x_best = [%1];\n").arg(numberList(source.x));
         }
         for (int k = 1; k <= m; ++k)
             s += QStringLiteral("x%1 = x_best(%1);\n").arg(k);
