@@ -28,7 +28,9 @@ int OptionReader::intValue(const QString &name, int fallback, int minimum) const
     const int value = m_values.value(name).toInt(&ok);
     if (!ok || value < minimum)
         throw InputError(QStringLiteral("Option %1 needs a whole number of at least %2, not \"%3\".")
-                             .arg(name).arg(minimum).arg(m_values.value(name)));
+                                 .arg(name)
+                                 .arg(minimum)
+                                 .arg(m_values.value(name)));
     return value;
 }
 
@@ -40,7 +42,7 @@ double OptionReader::doubleValue(const QString &name, double fallback) const
     const double value = m_values.value(name).toDouble(&ok);
     if (!ok || !(value > 0))
         throw InputError(QStringLiteral("Option %1 needs a positive number, not \"%2\".")
-                             .arg(name, m_values.value(name)));
+                                 .arg(name, m_values.value(name)));
     return value;
 }
 

@@ -13,7 +13,10 @@ constexpr int kInvalidInput = 2;
 
 // A problem with the user's input: printed to standard error, exit status 2.
 struct InputError : std::runtime_error {
-    explicit InputError(const QString &message) : std::runtime_error(message.toStdString()) {}
+    explicit InputError(const QString &message)
+        : std::runtime_error(message.toStdString())
+    {
+    }
 };
 
 // Command-line arguments after the command and the project folder, read as

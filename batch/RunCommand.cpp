@@ -36,19 +36,19 @@ void saveInitialCluster(const QString &folder, const DoubleMatrix &cluster)
 QString statisticsLine(const compResult &result)
 {
     const int statLines = 5; // min, quartiles, median, improved points
-    return QStringLiteral("iteration %1: ").arg(result.X.size() - 1)
-           + result.log.mid(result.log.size() - statLines).join(QStringLiteral("; "));
+    return QStringLiteral("iteration %1: ").arg(result.X.size() - 1) +
+           result.log.mid(result.log.size() - statLines).join(QStringLiteral("; "));
 }
 
 } // namespace
 
 int runCommand(const QString &folder, const QStringList &arguments)
 {
-    const OptionReader options(
-        arguments,
-        {"--stage1-iterations", "--stage2-iterations", "--stage1-reltol", "--initial-lambda",
-         "--max-initial-tries", "--timeout-ms", "--points", "--threads"},
-        {"--stricter-initial-sampling", "--restart"});
+    const OptionReader options(arguments,
+                               {"--stage1-iterations", "--stage2-iterations", "--stage1-reltol",
+                                "--initial-lambda", "--max-initial-tries", "--timeout-ms", "--points",
+                                "--threads"},
+                               {"--stricter-initial-sampling", "--restart"});
     RunSettings settings;
     settings.stage1Iterations = options.intValue("--stage1-iterations", 50, 0);
     settings.stage2Iterations = options.intValue("--stage2-iterations", 10, 0);
@@ -116,8 +116,8 @@ int runCommand(const QString &folder, const QStringList &arguments)
 
     const compResult &result = engine.result;
     for (const QString &line : result.log)
-        if (line.contains(QStringLiteral("not possible")) || line.contains(QStringLiteral("too few"))
-            || line.contains(QStringLiteral("Too many")) || line == QStringLiteral("AM iteration failed"))
+        if (line.contains(QStringLiteral("not possible")) || line.contains(QStringLiteral("too few")) ||
+            line.contains(QStringLiteral("Too many")) || line == QStringLiteral("AM iteration failed"))
             std::fprintf(stderr, "%s\n", qPrintable(line));
     if (result.SSR.isEmpty() || result.sortIndex.isEmpty()) {
         std::fprintf(stderr, "No iteration finished. The log is in %s/compResult/computation_log.txt\n",

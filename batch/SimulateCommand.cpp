@@ -29,10 +29,11 @@ QVector<double> simulationParameters(const ProjectModel &project, const QString 
         const double value = sides.value(1).trimmed().toDouble(&ok);
         const int index = names.indexOf(sides.value(0).trimmed());
         if (sides.size() != 2 || !ok)
-            throw InputError(QStringLiteral("Parameters are given as NAME=VALUE, not \"%1\".").arg(assignment));
+            throw InputError(
+                    QStringLiteral("Parameters are given as NAME=VALUE, not \"%1\".").arg(assignment));
         if (index < 0)
             throw InputError(QStringLiteral("Unknown parameter name: %1 (the model's parameters: %2)")
-                                 .arg(sides[0].trimmed(), names.join(QStringLiteral(", "))));
+                                     .arg(sides[0].trimmed(), names.join(QStringLiteral(", "))));
         parameters[index] = value;
     }
     QStringList missing;
@@ -42,7 +43,7 @@ QVector<double> simulationParameters(const ProjectModel &project, const QString 
     if (!missing.isEmpty())
         throw InputError(QStringLiteral("No value for the parameters %1: there is no stored result; give "
                                         "them with --parameters NAME=VALUE,...")
-                             .arg(missing.join(QStringLiteral(", "))));
+                                 .arg(missing.join(QStringLiteral(", "))));
     return parameters;
 }
 
@@ -61,21 +62,22 @@ int simulateCommand(const QString &folder, const QStringList &arguments)
     const QVector<double> times = parseSimulationTimePoints(timesText);
     if (times.isEmpty())
         throw InputError(QStringLiteral("No time points in \"%1\".").arg(timesText));
-    const QString integrator = options.has("--integrator") ? options.values("--integrator").first()
-                                                           : QStringLiteral("lsoda");
+    const QString integrator =
+            options.has("--integrator") ? options.values("--integrator").first() : QStringLiteral("lsoda");
     if (integrator != QLatin1String("lsoda") && integrator != QLatin1String("rosenbrock"))
         throw InputError(QStringLiteral("--integrator is lsoda or rosenbrock, not \"%1\".").arg(integrator));
 
     const ProjectModel project = loadCheckedProject(folder);
     const QVector<double> parameters = simulationParameters(
-        project, folder, options.has("--parameters") ? options.values("--parameters").first() : QString());
+            project, folder,
+            options.has("--parameters") ? options.values("--parameters").first() : QString());
 
     std::FILE *integratorMessages = qEnvironmentVariableIsEmpty("AMBREL_DEBUG") ? nullptr : stderr;
     QVector<QVector<double>> columns;
     for (const QString &expression : qAsConst(expressions)) {
-        const SimulationResult simulated = simulate(project.system, project.doseEvents, times, parameters,
-                                                    expression, integrator == QLatin1String("rosenbrock"),
-                                                    integratorMessages);
+        const SimulationResult simulated =
+                simulate(project.system, project.doseEvents, times, parameters, expression,
+                         integrator == QLatin1String("rosenbrock"), integratorMessages);
         if (!simulated.values.isEmpty() || simulated.errors.isEmpty()) {
             columns << simulated.values;
             for (const QString &error : simulated.errors)

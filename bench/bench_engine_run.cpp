@@ -72,7 +72,7 @@ void pbpkRun(benchmark::State &state, int threads, const RunConfiguration &confi
     }
     std::mt19937_64 generator(12345);
     const DoubleMatrix cluster =
-        sampleInitialCluster(projectSearchDomain(project), configuration.points, generator);
+            sampleInitialCluster(projectSearchDomain(project), configuration.points, generator);
     RunSettings settings;
     settings.stage1Iterations = configuration.stage1;
     settings.stage2Iterations = configuration.stage2;
@@ -107,8 +107,8 @@ void pbpkRun(benchmark::State &state, int threads, const RunConfiguration &confi
     state.counters["outside_eval"] = 1.0 - evaluationSeconds / seconds;
     state.counters["best_ssr"] = bestSsr;
     state.counters["threads"] = threads;
-    const int key = configuration.points * 100000 + configuration.stage1 * 1000 + configuration.stage2 * 10
-                    + (configuration.writeFiles ? 1 : 0);
+    const int key = configuration.points * 100000 + configuration.stage1 * 1000 + configuration.stage2 * 10 +
+                    (configuration.writeFiles ? 1 : 0);
     if (threads == 1)
         oneThreadSeconds()[key] = seconds / runs;
     else if (oneThreadSeconds().count(key))
@@ -122,14 +122,38 @@ const RunConfiguration kSmallRunNoFiles{100, 20, 5, false};
 
 } // namespace
 
-static void BM_PbpkRun_Threads1(benchmark::State &s) { pbpkRun(s, 1, kDefaultRun); }
-static void BM_PbpkRun_Threads2(benchmark::State &s) { pbpkRun(s, 2, kDefaultRun); }
-static void BM_PbpkRun_Small_Threads1(benchmark::State &s) { pbpkRun(s, 1, kSmallRun); }
-static void BM_PbpkRun_Small_Threads2(benchmark::State &s) { pbpkRun(s, 2, kSmallRun); }
-static void BM_PbpkRun_NoFiles_Threads1(benchmark::State &s) { pbpkRun(s, 1, kDefaultRunNoFiles); }
-static void BM_PbpkRun_NoFiles_Threads2(benchmark::State &s) { pbpkRun(s, 2, kDefaultRunNoFiles); }
-static void BM_PbpkRun_Small_NoFiles_Threads1(benchmark::State &s) { pbpkRun(s, 1, kSmallRunNoFiles); }
-static void BM_PbpkRun_Small_NoFiles_Threads2(benchmark::State &s) { pbpkRun(s, 2, kSmallRunNoFiles); }
+static void BM_PbpkRun_Threads1(benchmark::State &s)
+{
+    pbpkRun(s, 1, kDefaultRun);
+}
+static void BM_PbpkRun_Threads2(benchmark::State &s)
+{
+    pbpkRun(s, 2, kDefaultRun);
+}
+static void BM_PbpkRun_Small_Threads1(benchmark::State &s)
+{
+    pbpkRun(s, 1, kSmallRun);
+}
+static void BM_PbpkRun_Small_Threads2(benchmark::State &s)
+{
+    pbpkRun(s, 2, kSmallRun);
+}
+static void BM_PbpkRun_NoFiles_Threads1(benchmark::State &s)
+{
+    pbpkRun(s, 1, kDefaultRunNoFiles);
+}
+static void BM_PbpkRun_NoFiles_Threads2(benchmark::State &s)
+{
+    pbpkRun(s, 2, kDefaultRunNoFiles);
+}
+static void BM_PbpkRun_Small_NoFiles_Threads1(benchmark::State &s)
+{
+    pbpkRun(s, 1, kSmallRunNoFiles);
+}
+static void BM_PbpkRun_Small_NoFiles_Threads2(benchmark::State &s)
+{
+    pbpkRun(s, 2, kSmallRunNoFiles);
+}
 BENCHMARK(BM_PbpkRun_Small_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(BM_PbpkRun_Small_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(BM_PbpkRun_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);

@@ -25,27 +25,30 @@ struct Formula {
 // Flow-limited liver compartment of a PBPK model: inflow from arterial blood
 // and the portal organs, outflow at the liver:plasma partition, Michaelis-
 // Menten-free intrinsic clearance scaled by 10^, and a time-decaying inducer.
-const Formula kPbpkLiver{
-    "(Qha*Cart + Qgu*Cgu/Kpgu*BP + Qsp*Csp/Kpsp*BP - (Qha+Qgu+Qsp)*Cli/Kpli*BP"
-    " - fu*CLint*10^(0-lKm)*Cli/Kpli*EXP(0-kdeg*t))/Vli",
-    "(Qha*Cart + Qgu*Cgu/Kpgu*BP + Qsp*Csp/Kpsp*BP - (Qha+Qgu+Qsp)*Cli/Kpli*BP"
-    " - fu*CLint*10^(0-lKm)*Cli/Kpli*exp(0-kdeg*t))/Vli",
-    {"t", "Cart", "Cgu", "Csp", "Cli", "BP", "CLint", "Kpgu", "Kpli", "Kpsp", "Qgu", "Qha", "Qsp",
-     "Vli", "fu", "kdeg", "lKm"},
-    [](const double *v) {
-        const double t = v[0], Cart = v[1], Cgu = v[2], Csp = v[3], Cli = v[4], BP = v[5],
-                     CLint = v[6], Kpgu = v[7], Kpli = v[8], Kpsp = v[9], Qgu = v[10], Qha = v[11],
-                     Qsp = v[12], Vli = v[13], fu = v[14], kdeg = v[15], lKm = v[16];
-        return (Qha * Cart + Qgu * Cgu / Kpgu * BP + Qsp * Csp / Kpsp * BP
-                - (Qha + Qgu + Qsp) * Cli / Kpli * BP
-                - fu * CLint * double(std::pow(10.0f, float(0 - lKm))) * Cli / Kpli * std::exp(0 - kdeg * t))
-               / Vli;
-    }};
+const Formula kPbpkLiver{"(Qha*Cart + Qgu*Cgu/Kpgu*BP + Qsp*Csp/Kpsp*BP - (Qha+Qgu+Qsp)*Cli/Kpli*BP"
+                         " - fu*CLint*10^(0-lKm)*Cli/Kpli*EXP(0-kdeg*t))/Vli",
+                         "(Qha*Cart + Qgu*Cgu/Kpgu*BP + Qsp*Csp/Kpsp*BP - (Qha+Qgu+Qsp)*Cli/Kpli*BP"
+                         " - fu*CLint*10^(0-lKm)*Cli/Kpli*exp(0-kdeg*t))/Vli",
+                         {"t", "Cart", "Cgu", "Csp", "Cli", "BP", "CLint", "Kpgu", "Kpli", "Kpsp", "Qgu",
+                          "Qha", "Qsp", "Vli", "fu", "kdeg", "lKm"},
+                         [](const double *v) {
+                             const double t = v[0], Cart = v[1], Cgu = v[2], Csp = v[3], Cli = v[4],
+                                          BP = v[5], CLint = v[6], Kpgu = v[7], Kpli = v[8], Kpsp = v[9],
+                                          Qgu = v[10], Qha = v[11], Qsp = v[12], Vli = v[13], fu = v[14],
+                                          kdeg = v[15], lKm = v[16];
+                             return (Qha * Cart + Qgu * Cgu / Kpgu * BP + Qsp * Csp / Kpsp * BP -
+                                     (Qha + Qgu + Qsp) * Cli / Kpli * BP -
+                                     fu * CLint * double(std::pow(10.0f, float(0 - lKm))) * Cli / Kpli *
+                                             std::exp(0 - kdeg * t)) /
+                                    Vli;
+                         }};
 
-const Formula kAbsorption{"-ka*Ag", "-ka*Ag", {"t", "Ag", "ka"},
-                          [](const double *v) { return -v[2] * v[1]; }};
+const Formula kAbsorption{
+        "-ka*Ag", "-ka*Ag", {"t", "Ag", "ka"}, [](const double *v) { return -v[2] * v[1]; }};
 
-const Formula kOneCmtOral{"ka*Ag-CL/V1*Ac", "ka*Ag-CL/V1*Ac", {"t", "Ag", "Ac", "CL", "V1", "ka"},
+const Formula kOneCmtOral{"ka*Ag-CL/V1*Ac",
+                          "ka*Ag-CL/V1*Ac",
+                          {"t", "Ag", "Ac", "CL", "V1", "ka"},
                           [](const double *v) { return v[5] * v[1] - v[3] / v[4] * v[2]; }};
 
 std::vector<double> valuesFor(const Formula &f)
@@ -104,10 +107,16 @@ void runMuparser(benchmark::State &state, const Formula &f)
 
 } // namespace
 
-#define AMBREL_EXPRESSION_CASE(Case, formula)                                                      \
-    static void BM_##Case##_Ambrel(benchmark::State &s) { runAmbrel(s, formula); }                 \
-    BENCHMARK(BM_##Case##_Ambrel);                                                                 \
-    static void BM_##Case##_Compiled(benchmark::State &s) { runCompiled(s, formula); }             \
+#define AMBREL_EXPRESSION_CASE(Case, formula)                                                                \
+    static void BM_##Case##_Ambrel(benchmark::State &s)                                                      \
+    {                                                                                                        \
+        runAmbrel(s, formula);                                                                               \
+    }                                                                                                        \
+    BENCHMARK(BM_##Case##_Ambrel);                                                                           \
+    static void BM_##Case##_Compiled(benchmark::State &s)                                                    \
+    {                                                                                                        \
+        runCompiled(s, formula);                                                                             \
+    }                                                                                                        \
     BENCHMARK(BM_##Case##_Compiled);
 
 AMBREL_EXPRESSION_CASE(Absorption, kAbsorption)
@@ -115,11 +124,20 @@ AMBREL_EXPRESSION_CASE(OneCmtOral, kOneCmtOral)
 AMBREL_EXPRESSION_CASE(PbpkLiver, kPbpkLiver)
 
 #ifdef AMBREL_HAVE_MUPARSER
-static void BM_Absorption_Muparser(benchmark::State &s) { runMuparser(s, kAbsorption); }
+static void BM_Absorption_Muparser(benchmark::State &s)
+{
+    runMuparser(s, kAbsorption);
+}
 BENCHMARK(BM_Absorption_Muparser);
-static void BM_OneCmtOral_Muparser(benchmark::State &s) { runMuparser(s, kOneCmtOral); }
+static void BM_OneCmtOral_Muparser(benchmark::State &s)
+{
+    runMuparser(s, kOneCmtOral);
+}
 BENCHMARK(BM_OneCmtOral_Muparser);
-static void BM_PbpkLiver_Muparser(benchmark::State &s) { runMuparser(s, kPbpkLiver); }
+static void BM_PbpkLiver_Muparser(benchmark::State &s)
+{
+    runMuparser(s, kPbpkLiver);
+}
 BENCHMARK(BM_PbpkLiver_Muparser);
 #endif
 

@@ -17,11 +17,11 @@
 #ifdef AMBREL_HAVE_DESOLVE
 extern "C" {
 using FortranRhs = void (*)(int *neq, double *t, double *y, double *ydot, double *rpar, int *ipar);
-using FortranJac = void (*)(int *neq, double *t, double *y, int *ml, int *mu, double *pd,
-                            int *nrowpd, double *rpar, int *ipar);
+using FortranJac = void (*)(int *neq, double *t, double *y, int *ml, int *mu, double *pd, int *nrowpd,
+                            double *rpar, int *ipar);
 void dlsoda_(FortranRhs f, int *neq, double *y, double *t, double *tout, int *itol, double *rtol,
-             double *atol, int *itask, int *istate, int *iopt, double *rwork, int *lrw, int *iwork,
-             int *liw, FortranJac jac, int *jt, double *rpar, int *ipar);
+             double *atol, int *itask, int *istate, int *iopt, double *rwork, int *lrw, int *iwork, int *liw,
+             FortranJac jac, int *jt, double *rpar, int *ipar);
 }
 #endif
 
@@ -38,8 +38,7 @@ namespace {
 
 using Rhs0 = void (*)(const double *, double *);
 
-struct Counts
-{
+struct Counts {
     long nst = 0, nfe = 0, nje = 0;
 };
 
@@ -52,13 +51,13 @@ void report(benchmark::State &state, const Counts &counts, const std::vector<dou
     state.counters["y_last"] = y.back();
 }
 
-template <Rhs0 rhs>
+template<Rhs0 rhs>
 void ambrelRhs(double, double *y, double *ydot, void *)
 {
     rhs(y + 1, ydot + 1);
 }
 
-template <Rhs0 rhs, std::size_t n, std::size_t m>
+template<Rhs0 rhs, std::size_t n, std::size_t m>
 void solveAmbrel(benchmark::State &state, const std::array<double, n> &start,
                  const std::array<double, m> &times)
 {
@@ -74,8 +73,8 @@ void solveAmbrel(benchmark::State &state, const std::array<double, n> &start,
         double t = times[0];
         for (std::size_t k = 1; k < m; ++k) {
             int istate = 1;
-            solver.lsoda_update(ambrelRhs<rhs>, n, y, yout, &t, times[k], &istate, nullptr,
-                                kTolerance, kTolerance);
+            solver.lsoda_update(ambrelRhs<rhs>, n, y, yout, &t, times[k], &istate, nullptr, kTolerance,
+                                kTolerance);
             if (istate != 2)
                 state.SkipWithError("LSODA failed");
             std::copy(yout.begin() + 1, yout.end(), y.begin());
@@ -89,7 +88,7 @@ void solveAmbrel(benchmark::State &state, const std::array<double, n> &start,
 }
 
 #ifdef AMBREL_HAVE_DESOLVE
-template <Rhs0 rhs>
+template<Rhs0 rhs>
 void fortranRhs(int *, double *, double *y, double *ydot, double *, int *)
 {
     rhs(y, ydot);
@@ -97,7 +96,7 @@ void fortranRhs(int *, double *, double *y, double *ydot, double *, int *)
 
 void fortranNoJacobian(int *, double *, double *, int *, int *, double *, int *, double *, int *) {}
 
-template <Rhs0 rhs, std::size_t n, std::size_t m>
+template<Rhs0 rhs, std::size_t n, std::size_t m>
 void solveFortran(benchmark::State &state, const std::array<double, n> &start,
                   const std::array<double, m> &times)
 {
@@ -115,9 +114,8 @@ void solveFortran(benchmark::State &state, const std::array<double, n> &start,
         for (std::size_t k = 1; k < m; ++k) {
             int istate = 1;
             double tout = times[k];
-            dlsoda_(fortranRhs<rhs>, &neq, y.data(), &t, &tout, &itol, &rtol, &atol, &itask, &istate,
-                    &iopt, rwork.data(), &lrw, iwork.data(), &liw, fortranNoJacobian, &jt, &rpar,
-                    &ipar);
+            dlsoda_(fortranRhs<rhs>, &neq, y.data(), &t, &tout, &itol, &rtol, &atol, &itask, &istate, &iopt,
+                    rwork.data(), &lrw, iwork.data(), &liw, fortranNoJacobian, &jt, &rpar, &ipar);
             if (istate != 2)
                 state.SkipWithError("DLSODA failed");
             counts.nst += iwork[10];
@@ -131,7 +129,7 @@ void solveFortran(benchmark::State &state, const std::array<double, n> &start,
 #endif
 
 #ifdef AMBREL_HAVE_CVODE
-template <Rhs0 rhs>
+template<Rhs0 rhs>
 int cvodeRhs(sunrealtype, N_Vector y, N_Vector ydot, void *)
 {
     rhs(N_VGetArrayPointer(y), N_VGetArrayPointer(ydot));
@@ -148,7 +146,7 @@ SUNContext cvodeContext()
     return context;
 }
 
-template <Rhs0 rhs, std::size_t n, std::size_t m>
+template<Rhs0 rhs, std::size_t n, std::size_t m>
 void solveCvode(benchmark::State &state, const std::array<double, n> &start,
                 const std::array<double, m> &times)
 {

@@ -68,11 +68,10 @@ Problem problem(std::size_t n, std::size_t p, std::size_t m)
 
 void BM_StepComputation(benchmark::State &state)
 {
-    const Problem input = problem(std::size_t(state.range(0)), std::size_t(state.range(1)),
-                                  std::size_t(state.range(2)));
+    const Problem input =
+            problem(std::size_t(state.range(0)), std::size_t(state.range(1)), std::size_t(state.range(2)));
     for (auto _ : state) {
-        StepResult result = computeSteps(input.X, input.Y, input.mask, input.lambda,
-                                         input.settings);
+        StepResult result = computeSteps(input.X, input.Y, input.mask, input.lambda, input.settings);
         benchmark::DoNotOptimize(result.steps.data().begin());
     }
 }
@@ -80,11 +79,11 @@ void BM_StepComputation(benchmark::State &state)
 } // namespace
 
 BENCHMARK(BM_StepComputation)
-    ->ArgNames({"n", "p", "m"})
-    ->Args({250, 10, 40})
-    ->Args({250, 5, 20})
-    ->Args({250, 15, 100})
-    ->Unit(benchmark::kMillisecond);
+        ->ArgNames({"n", "p", "m"})
+        ->Args({250, 10, 40})
+        ->Args({250, 5, 20})
+        ->Args({250, 15, 100})
+        ->Unit(benchmark::kMillisecond);
 
 int main(int argc, char **argv)
 {

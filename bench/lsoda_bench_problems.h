@@ -28,21 +28,18 @@ inline void robertsonRhs(const double *y, double *ydot)
 // liver and kidney. Hepatic and renal clearance act on the unbound
 // concentration leaving the organ.
 constexpr int kPbpkSize = 12;
-constexpr std::array<double, 21> kPbpkTimes = {0.0,  0.25, 0.5,  1.0,  1.5,  2.0,  3.0,
-                                               4.0,  5.0,  6.0,  8.0,  10.0, 12.0, 16.0,
-                                               20.0, 24.0, 28.0, 32.0, 36.0, 42.0, 48.0};
+constexpr std::array<double, 21> kPbpkTimes = {0.0,  0.25, 0.5,  1.0,  1.5,  2.0,  3.0,  4.0,  5.0,  6.0, 8.0,
+                                               10.0, 12.0, 16.0, 20.0, 24.0, 28.0, 32.0, 36.0, 42.0, 48.0};
 constexpr std::array<double, 12> kPbpkStart = {100.0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 
 inline void pbpkRhs(const double *a, double *da)
 {
     constexpr double qc = 390.0;
-    constexpr double qBrain = 0.12 * qc, qHeart = 0.04 * qc, qMuscle = 0.335 * qc,
-                     qAdipose = 0.05 * qc, qSkin = 0.05 * qc, qGut = 0.15 * qc,
-                     qHepaticArtery = 0.065 * qc, qKidney = 0.19 * qc;
+    constexpr double qBrain = 0.12 * qc, qHeart = 0.04 * qc, qMuscle = 0.335 * qc, qAdipose = 0.05 * qc,
+                     qSkin = 0.05 * qc, qGut = 0.15 * qc, qHepaticArtery = 0.065 * qc, qKidney = 0.19 * qc;
     constexpr double qLiver = qGut + qHepaticArtery;
-    constexpr double vVenous = 3.9, vArterial = 1.3, vLung = 1.2, vBrain = 1.4, vHeart = 0.33,
-                     vMuscle = 29.0, vAdipose = 15.0, vSkin = 3.3, vGut = 1.7, vLiver = 1.8,
-                     vKidney = 0.31;
+    constexpr double vVenous = 3.9, vArterial = 1.3, vLung = 1.2, vBrain = 1.4, vHeart = 0.33, vMuscle = 29.0,
+                     vAdipose = 15.0, vSkin = 3.3, vGut = 1.7, vLiver = 1.8, vKidney = 0.31;
     constexpr double kpLung = 0.8, kpBrain = 0.5, kpHeart = 1.2, kpMuscle = 1.5, kpAdipose = 8.0,
                      kpSkin = 2.0, kpGut = 1.5, kpLiver = 3.0, kpKidney = 2.5;
     constexpr double bloodPlasma = 1.0, fu = 0.3, clIntrinsic = 60.0, clRenal = 6.0, ka = 1.2;
@@ -62,8 +59,8 @@ inline void pbpkRhs(const double *a, double *da)
 
     const double absorption = ka * a[0];
     da[0] = -absorption;
-    da[1] = qBrain * outBrain + qHeart * outHeart + qMuscle * outMuscle + qAdipose * outAdipose
-            + qSkin * outSkin + qLiver * outLiver + qKidney * outKidney - qc * cVenous;
+    da[1] = qBrain * outBrain + qHeart * outHeart + qMuscle * outMuscle + qAdipose * outAdipose +
+            qSkin * outSkin + qLiver * outLiver + qKidney * outKidney - qc * cVenous;
     da[2] = qc * (outLung - cArterial);
     da[3] = qc * (cVenous - outLung);
     da[4] = qBrain * (cArterial - outBrain);
@@ -72,8 +69,8 @@ inline void pbpkRhs(const double *a, double *da)
     da[7] = qAdipose * (cArterial - outAdipose);
     da[8] = qSkin * (cArterial - outSkin);
     da[9] = absorption + qGut * (cArterial - outGut);
-    da[10] = qHepaticArtery * cArterial + qGut * outGut - qLiver * outLiver
-             - clIntrinsic * fu * outLiver / bloodPlasma;
+    da[10] = qHepaticArtery * cArterial + qGut * outGut - qLiver * outLiver -
+             clIntrinsic * fu * outLiver / bloodPlasma;
     da[11] = qKidney * (cArterial - outKidney) - clRenal * fu * outKidney / bloodPlasma;
 }
 

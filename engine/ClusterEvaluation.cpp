@@ -39,8 +39,8 @@ QVector<PointEvaluation> ClusterEvaluator::evaluate(const DoubleMatrix &X) const
     wall.start();
     const std::clock_t start = std::clock();
     const QVector<PointEvaluation> results = QtConcurrent::blockingMapped(
-        X, std::function<PointEvaluation(const QVector<double> &)>(
-               [this](const QVector<double> &x) { return evaluatePoint(x); }));
+            X, std::function<PointEvaluation(const QVector<double> &)>(
+                       [this](const QVector<double> &x) { return evaluatePoint(x); }));
     qDebug() << "ODE eval finished";
     qDebug() << "raw ODE time " << double(std::clock() - start) / CLOCKS_PER_SEC;
     // The outputs were formed inside the parallel tasks, beside the solves.

@@ -21,8 +21,8 @@ struct PointEvaluation {
 // is skipped at once (its model evaluation integrates nothing).
 class ClusterEvaluator {
 public:
-    model_ode stage1;             // Rosenbrock settings
-    model_ode stage2;             // LSODA settings
+    model_ode stage1; // Rosenbrock settings
+    model_ode stage2; // LSODA settings
     bool useStage2 = false;
     ParsedEquations g;
     QStringList parameterNames;

@@ -33,8 +33,7 @@ struct Thresholds {
     }
 };
 
-int applyAcceptance(const QVector<double> &ssr, const Thresholds &thresholds,
-                    QVector<bool> &accepted)
+int applyAcceptance(const QVector<double> &ssr, const Thresholds &thresholds, QVector<bool> &accepted)
 {
     int numAlive = 0;
     for (int i = 0; i < ssr.size(); ++i) {
@@ -44,8 +43,7 @@ int applyAcceptance(const QVector<double> &ssr, const Thresholds &thresholds,
     return numAlive;
 }
 
-QVector<double> ssrOfAll(const OutputRows &outputs,
-                         const std::function<double(const QVector<double> &)> &ssr)
+QVector<double> ssrOfAll(const OutputRows &outputs, const std::function<double(const QVector<double> &)> &ssr)
 {
     QVector<double> values(outputs.size());
     for (int i = 0; i < outputs.size(); ++i)
@@ -141,8 +139,7 @@ InitialClusterScreeningResult screenInitialCluster(const InitialClusterScreening
 
         result.ssr = ssrOfAll(result.outputs, input.ssr);
         numAlive = applyAcceptance(result.ssr, thresholds, result.accepted);
-        qDebug() << "numTried:" << numTried << "numAlive:" << numAlive
-                 << "median:" << thresholds.median;
+        qDebug() << "numTried:" << numTried << "numAlive:" << numAlive << "median:" << thresholds.median;
 
         ++numTried;
         if (numTried > input.maxTries) {

@@ -13,9 +13,8 @@ void ConjugateGradientWorkspace::resize(std::size_t size)
     product.resize(size);
 }
 
-void conjugateGradients(const double *normal, const double *rhs, std::size_t size,
-                        std::size_t maxIterations, double *solution,
-                        ConjugateGradientWorkspace &workspace)
+void conjugateGradients(const double *normal, const double *rhs, std::size_t size, std::size_t maxIterations,
+                        double *solution, ConjugateGradientWorkspace &workspace)
 {
     workspace.resize(size);
     double *r = workspace.residual.data();
@@ -55,8 +54,8 @@ void conjugateGradients(const double *normal, const double *rhs, std::size_t siz
     }
 }
 
-void multiplyRowMajor(const double *left, const double *right, std::size_t rows,
-                      std::size_t inner, std::size_t columns, double *product)
+void multiplyRowMajor(const double *left, const double *right, std::size_t rows, std::size_t inner,
+                      std::size_t columns, double *product)
 {
     // Register blocks: kRows x kBlock sums stay in registers over the inner
     // loop; plain loops that compilers vectorise along the columns.
@@ -109,8 +108,8 @@ void ConjugateGradientColumnsWorkspace::resize(std::size_t size, std::size_t col
     active.resize(columns);
 }
 
-void conjugateGradientsColumns(const double *normal, const double *rhs, std::size_t size,
-                               std::size_t columns, std::size_t maxIterations, double *solution,
+void conjugateGradientsColumns(const double *normal, const double *rhs, std::size_t size, std::size_t columns,
+                               std::size_t maxIterations, double *solution,
                                ConjugateGradientColumnsWorkspace &workspace)
 {
     workspace.resize(size, columns);
@@ -248,8 +247,7 @@ bool sizesMakeSense(const Matrix &A, const Vector &b)
 
 enum class Regularisation { None, Scalar, PerEntry };
 
-Vector solveCgne(const Matrix &A, const Vector &b, Regularisation kind, double lambda,
-                 const double *lambdas)
+Vector solveCgne(const Matrix &A, const Vector &b, Regularisation kind, double lambda, const double *lambdas)
 {
     const std::size_t cols = A.size2();
     Vector x(cols, 0.0);
@@ -288,8 +286,7 @@ Vector cgneRegularised(const Matrix &A, const Vector &b, const Vector &lambdas)
         qDebug() << "Size of lambda: " << lambdas.size();
         return Vector(A.size2(), 0.0);
     }
-    return solveCgne(A, b, Regularisation::PerEntry, 0.0,
-                     lambdas.size() ? &lambdas[0] : nullptr);
+    return solveCgne(A, b, Regularisation::PerEntry, 0.0, lambdas.size() ? &lambdas[0] : nullptr);
 }
 
 bool symmetricEigen(const Matrix &A, Vector &eigenvalues, Matrix &eigenvectors)
@@ -324,8 +321,8 @@ bool symmetricEigen(const Matrix &A, Vector &eigenvalues, Matrix &eigenvectors)
                 if (apq == 0.0)
                     continue;
                 const double theta = (a(q, q) - a(p, p)) / (2.0 * apq);
-                const double t = (theta >= 0 ? 1.0 : -1.0)
-                                 / (std::fabs(theta) + std::sqrt(theta * theta + 1.0));
+                const double t =
+                        (theta >= 0 ? 1.0 : -1.0) / (std::fabs(theta) + std::sqrt(theta * theta + 1.0));
                 const double c = 1.0 / std::sqrt(t * t + 1.0);
                 const double s = t * c;
                 for (std::size_t k = 0; k < n; ++k) {

@@ -32,15 +32,14 @@ struct ConjugateGradientWorkspace {
 // Conjugate gradients on the symmetric system M x = g (size x size,
 // row-major, contiguous) from x = 0, at most maxIterations iterations. Stops
 // early when |p.Mp| or the new |r.r| falls below kCgTolerance.
-void conjugateGradients(const double *normal, const double *rhs, std::size_t size,
-                        std::size_t maxIterations, double *solution,
-                        ConjugateGradientWorkspace &workspace);
+void conjugateGradients(const double *normal, const double *rhs, std::size_t size, std::size_t maxIterations,
+                        double *solution, ConjugateGradientWorkspace &workspace);
 
 // product = left (rows x inner) * right (inner x columns), all row-major and
 // contiguous. Each entry is summed over the inner index in ascending order
 // from 0, like a plain triple loop, but in register blocks of 2 x 4 entries.
-void multiplyRowMajor(const double *left, const double *right, std::size_t rows,
-                      std::size_t inner, std::size_t columns, double *product);
+void multiplyRowMajor(const double *left, const double *right, std::size_t rows, std::size_t inner,
+                      std::size_t columns, double *product);
 
 // Scratch storage of conjugateGradientsColumns.
 struct ConjugateGradientColumnsWorkspace {
@@ -57,8 +56,8 @@ struct ConjugateGradientColumnsWorkspace {
 // arithmetic as its own conjugateGradients call and stops on its own; the
 // products with M are taken for all columns together, which vectorises
 // along the columns.
-void conjugateGradientsColumns(const double *normal, const double *rhs, std::size_t size,
-                               std::size_t columns, std::size_t maxIterations, double *solution,
+void conjugateGradientsColumns(const double *normal, const double *rhs, std::size_t size, std::size_t columns,
+                               std::size_t maxIterations, double *solution,
                                ConjugateGradientColumnsWorkspace &workspace);
 
 // The regularisation of the normal matrix: a diagonal entry above 1.0 is

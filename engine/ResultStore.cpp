@@ -36,8 +36,7 @@ QVector<int> storedSolutionPoints(const QDir &folder, int k)
 {
     static const QRegularExpression name(QStringLiteral("^ODE_sol_(\\d+)_(\\d+)\\.csv$"));
     QVector<int> points;
-    const QStringList files = folder.entryList(
-        {QStringLiteral("ODE_sol_%1_*.csv").arg(k)}, QDir::Files);
+    const QStringList files = folder.entryList({QStringLiteral("ODE_sol_%1_*.csv").arg(k)}, QDir::Files);
     for (const QString &file : files) {
         const QRegularExpressionMatch match = name.match(file);
         if (match.hasMatch() && match.captured(1).toInt() == k)
@@ -60,7 +59,10 @@ int newestSolutionIteration(const QDir &folder)
     return newest;
 }
 
-void writeRow(const QString &path, const QVector<double> &row) { writeDoubleMatrix(path, {row}); }
+void writeRow(const QString &path, const QVector<double> &row)
+{
+    writeDoubleMatrix(path, {row});
+}
 
 // The first row of a single-row file; empty for a missing file.
 QVector<double> readRow(const QString &path)
@@ -70,7 +72,7 @@ QVector<double> readRow(const QString &path)
 }
 
 // Reads "<prefix>k.csv" for k = 0, 1, ... up to the first missing file.
-template <typename Entry, typename Read>
+template<typename Entry, typename Read>
 QVector<Entry> readHistory(const QString &projectFolder, const char *prefix, Read read)
 {
     QVector<Entry> history;
@@ -154,8 +156,7 @@ void writeIterationFiles(const QString &projectFolder, const compResult &result)
     if (!result.SSR.isEmpty())
         writeRow(path(iterationFileName("R_", result.SSR.size() - 1)), result.SSR.last());
     if (!result.lambda.isEmpty())
-        writeRow(path(iterationFileName("lambda_", result.lambda.size() - 1)),
-                 result.lambda.last());
+        writeRow(path(iterationFileName("lambda_", result.lambda.size() - 1)), result.lambda.last());
 
     if (!result.solutionTimes.isEmpty())
         writeRow(path(QStringLiteral("ode_time.csv")), result.solutionTimes);
@@ -200,8 +201,8 @@ bool readOutputHistory(const QString &path, QVector<DoubleMatrix> &outputs)
 
 QString moveResultsToHistory(const QString &projectFolder)
 {
-    const QString stamp = QDateTime::currentDateTimeUtc().toString().split(QLatin1Char(':')).join(
-        QLatin1Char('_'));
+    const QString stamp =
+            QDateTime::currentDateTimeUtc().toString().split(QLatin1Char(':')).join(QLatin1Char('_'));
     const QString target = projectFolder + QStringLiteral("/history/compResult ") + stamp;
     QDir().mkpath(target);
     const QDir from(resultFolderPath(projectFolder));

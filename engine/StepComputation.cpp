@@ -16,22 +16,30 @@ namespace {
 struct Scratch {
     std::size_t p = 0;
     std::size_t m = 0;
-    std::vector<double> normal;        // p x p: weighted normal matrix of a local fit
-    std::vector<double> crossTerms;    // p x m: dX^T W dY of a local fit, all outputs
-    std::vector<double> localSolution; // p x m: its columns are the local Jacobian's rows
-    std::vector<double> displacement;  // p: X_k - X_i
+    std::vector<double> normal;               // p x p: weighted normal matrix of a local fit
+    std::vector<double> crossTerms;           // p x m: dX^T W dY of a local fit, all outputs
+    std::vector<double> localSolution;        // p x m: its columns are the local Jacobian's rows
+    std::vector<double> displacement;         // p: X_k - X_i
     std::vector<double> weightedDisplacement; // p x n: w_k (X_k - X_i), used rows only
-    std::vector<double> outputChange;  // n x m: Y_k - Y_i, used rows only
-    std::vector<double> residual;      // m: right-hand side of the step
-    std::vector<double> stepNormal;    // p x p: J^T J, then regularised
-    std::vector<double> stepRhs;       // p: J^T r
+    std::vector<double> outputChange;         // n x m: Y_k - Y_i, used rows only
+    std::vector<double> residual;             // m: right-hand side of the step
+    std::vector<double> stepNormal;           // p x p: J^T J, then regularised
+    std::vector<double> stepRhs;              // p: J^T r
     ConjugateGradientWorkspace cg;
     ConjugateGradientColumnsWorkspace cgColumns;
 
     Scratch(std::size_t parameters, std::size_t outputs, std::size_t points)
-        : p(parameters), m(outputs), normal(p * p), crossTerms(p * m), localSolution(p * m),
-          displacement(p), weightedDisplacement(p * points), outputChange(points * m),
-          residual(m), stepNormal(p * p), stepRhs(p)
+        : p(parameters)
+        , m(outputs)
+        , normal(p * p)
+        , crossTerms(p * m)
+        , localSolution(p * m)
+        , displacement(p)
+        , weightedDisplacement(p * points)
+        , outputChange(points * m)
+        , residual(m)
+        , stepNormal(p * p)
+        , stepRhs(p)
     {
         cg.resize(p);
         cgColumns.resize(p, m);
@@ -57,8 +65,8 @@ void regularisedStep(const Matrix &jacobian, const double *residual, double lamb
 // the m solves run side by side (each with its own stopping rule).
 // Rows of weight 0 (the point itself, invalid points) are skipped, so NaN
 // outputs of invalid points never enter the sums.
-void localJacobian(const Matrix &X, const Matrix &Y, const Matrix &weights, std::size_t i,
-                   Matrix &jacobian, Scratch &scratch)
+void localJacobian(const Matrix &X, const Matrix &Y, const Matrix &weights, std::size_t i, Matrix &jacobian,
+                   Scratch &scratch)
 {
     const std::size_t n = X.size1();
     const std::size_t p = scratch.p;
@@ -112,14 +120,14 @@ void localJacobian(const Matrix &X, const Matrix &Y, const Matrix &weights, std:
             jacobian(j, q) = solution[q * m + j];
 }
 
-bool sizesAgree(const Matrix &X, const Matrix &Y, const QVector<bool> &updateMask,
-                const Vector &lambda, const StepSettings &settings)
+bool sizesAgree(const Matrix &X, const Matrix &Y, const QVector<bool> &updateMask, const Vector &lambda,
+                const StepSettings &settings)
 {
     const std::size_t n = X.size1();
     const std::size_t p = X.size2();
-    if (Y.size1() == n && std::size_t(updateMask.size()) == n && lambda.size() == n
-        && settings.target.size() == Y.size2() && settings.domainLower.size() == p
-        && settings.domainUpper.size() == p)
+    if (Y.size1() == n && std::size_t(updateMask.size()) == n && lambda.size() == n &&
+        settings.target.size() == Y.size2() && settings.domainLower.size() == p &&
+        settings.domainUpper.size() == p)
         return true;
     qDebug() << "Step computation error: sizes do not agree."
              << "X:" << X.size1() << X.size2() << "Y:" << Y.size1() << Y.size2()
@@ -212,8 +220,7 @@ Matrix globalLinearModel(const Matrix &X, const Matrix &Y, const QVector<bool> &
         for (std::size_t k = 0; k < rows; ++k)
             column[k] = outputs(k, j);
         formNormalRhs(design, column.data(), rhs.data());
-        conjugateGradients(normal.data(), rhs.data(), cols, rows, &model.data()[j * cols],
-                           workspace);
+        conjugateGradients(normal.data(), rhs.data(), cols, rows, &model.data()[j * cols], workspace);
     }
     return model;
 }
@@ -231,8 +238,7 @@ StepResult computeSteps(const Matrix &X, const Matrix &Y, const QVector<bool> &u
         return result;
 
     const QVector<bool> valid = validOutputs(Y);
-    const Matrix weights = neighbourhoodWeights(X, valid, settings.domainLower,
-                                                settings.domainUpper,
+    const Matrix weights = neighbourhoodWeights(X, valid, settings.domainLower, settings.domainUpper,
                                                 settings.uniformNeighbourhood);
     Scratch scratch(p, m, n);
     Matrix localJ(m, p);

@@ -18,7 +18,10 @@ namespace {
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 const QString kBanner = QStringLiteral("<<<<<<<<<<<<<<<<<<<<<<<<<<<<<<<<<");
 
-QString number(double v) { return QString::number(v, 'g', 6); }
+QString number(double v)
+{
+    return QString::number(v, 'g', 6);
+}
 
 Matrix toMatrix(const DoubleMatrix &rows, int columns)
 {
@@ -79,7 +82,10 @@ void ambrel_method::run()
     run_3(0);
 }
 
-void ambrel_method::rerun() { run_3(std::max(0, result.X.size() - 1)); }
+void ambrel_method::rerun()
+{
+    run_3(std::max(0, result.X.size() - 1));
+}
 
 void ambrel_method::abort()
 {
@@ -287,8 +293,8 @@ void ambrel_method::iterate(int k)
                     result.X[k + 1][i][q] += step.steps(std::size_t(i), std::size_t(q));
         }
     }
-    logLine(QStringLiteral("Total Computation time so far (in min): ")
-            + number(double(QDateTime::currentMSecsSinceEpoch() - m_startMs) / 60000.0));
+    logLine(QStringLiteral("Total Computation time so far (in min): ") +
+            number(double(QDateTime::currentMSecsSinceEpoch() - m_startMs) / 60000.0));
 }
 
 void ambrel_method::logStatistics(int k, int improved)
@@ -300,7 +306,9 @@ void ambrel_method::logStatistics(int k, int improved)
         if (!std::isnan(s))
             sorted << s;
     std::sort(sorted.begin(), sorted.end());
-    auto at = [&sorted](int index) { return index < sorted.size() ? number(sorted[index]) : QStringLiteral("NaN"); };
+    auto at = [&sorted](int index) {
+        return index < sorted.size() ? number(sorted[index]) : QStringLiteral("NaN");
+    };
 
     logLine(QString());
     logLine(kBanner);
@@ -313,8 +321,8 @@ void ambrel_method::logStatistics(int k, int improved)
     const int upper = int(0.75 * n);
     logLine(upper < sorted.size() ? QStringLiteral("3/4 percentile: ") + number(sorted[upper])
                                   : QStringLiteral("3/4 percentile: NaN"));
-    logLine(QStringLiteral("number of improved points: ") + QString::number(improved) + "/"
-            + QString::number(n));
+    logLine(QStringLiteral("number of improved points: ") + QString::number(improved) + "/" +
+            QString::number(n));
 }
 
 void ambrel_method::writeIterationFiles()

@@ -38,7 +38,7 @@ public:
     QVector<QVector<double>> weightsPerIteration;
     QVector<double> domainLower; // transformed coordinates
     QVector<double> domainUpper;
-    QVector<double> target;      // observed values y*, in observation order
+    QVector<double> target; // observed values y*, in observation order
 
     ClusterEvaluator evaluator;
     // The project folder; the result files go into its "compResult" folder.

@@ -70,7 +70,10 @@ ExprNode operatorNode(int tableIndex)
     return node;
 }
 
-bool isBinaryCode(double code) { return code >= 0 && code < OpCode::OpenParen; }
+bool isBinaryCode(double code)
+{
+    return code >= 0 && code < OpCode::OpenParen;
+}
 
 } // namespace
 
@@ -78,17 +81,22 @@ const OperatorTable &OperatorTable::instance()
 {
     static const OperatorTable table = [] {
         OperatorTable t;
-        const struct { const char *token; int code; int precedence; bool left; } rows[] = {
-            {"^", OpCode::Power, 4, false},      {"*", OpCode::Multiply, 3, true},
-            {"/", OpCode::Divide, 3, true},      {"+", OpCode::Add, 2, true},
-            {"-", OpCode::Subtract, 2, true},    {"EXP(", OpCode::Exp, 100, true},
-            {"LOG(", OpCode::Log, 100, true},    {"LOG10(", OpCode::Log10, 100, true},
-            {"ABS(", OpCode::Abs, 100, true},    {"SIGN(", OpCode::Sign, 100, true},
-            {"SQRT(", OpCode::Sqrt, 100, true},  {"SIN(", OpCode::Sin, 100, true},
-            {"COS(", OpCode::Cos, 100, true},    {"TAN(", OpCode::Tan, 100, true},
-            {"ASIN(", OpCode::Asin, 100, true},  {"ACOS(", OpCode::Acos, 100, true},
-            {"ATAN(", OpCode::Atan, 100, true},  {"LN(", OpCode::Ln, 100, true},
-            {"(", OpCode::OpenParen, 100, true}, {")", OpCode::CloseParen, 100, true},
+        const struct {
+            const char *token;
+            int code;
+            int precedence;
+            bool left;
+        } rows[] = {
+                {"^", OpCode::Power, 4, false},      {"*", OpCode::Multiply, 3, true},
+                {"/", OpCode::Divide, 3, true},      {"+", OpCode::Add, 2, true},
+                {"-", OpCode::Subtract, 2, true},    {"EXP(", OpCode::Exp, 100, true},
+                {"LOG(", OpCode::Log, 100, true},    {"LOG10(", OpCode::Log10, 100, true},
+                {"ABS(", OpCode::Abs, 100, true},    {"SIGN(", OpCode::Sign, 100, true},
+                {"SQRT(", OpCode::Sqrt, 100, true},  {"SIN(", OpCode::Sin, 100, true},
+                {"COS(", OpCode::Cos, 100, true},    {"TAN(", OpCode::Tan, 100, true},
+                {"ASIN(", OpCode::Asin, 100, true},  {"ACOS(", OpCode::Acos, 100, true},
+                {"ATAN(", OpCode::Atan, 100, true},  {"LN(", OpCode::Ln, 100, true},
+                {"(", OpCode::OpenParen, 100, true}, {")", OpCode::CloseParen, 100, true},
         };
         for (const auto &row : rows) {
             t.tokens << QString::fromLatin1(row.token);
@@ -129,10 +137,16 @@ bool ExpressionParser::isNumber(const QString &piece, double *value)
     const int n = piece.size();
     int i = 0;
     int mantissaDigits = 0;
-    while (i < n && piece[i].isDigit() && piece[i].unicode() < 128) { ++i; ++mantissaDigits; }
+    while (i < n && piece[i].isDigit() && piece[i].unicode() < 128) {
+        ++i;
+        ++mantissaDigits;
+    }
     if (i < n && piece[i] == QLatin1Char('.')) {
         ++i;
-        while (i < n && piece[i].isDigit() && piece[i].unicode() < 128) { ++i; ++mantissaDigits; }
+        while (i < n && piece[i].isDigit() && piece[i].unicode() < 128) {
+            ++i;
+            ++mantissaDigits;
+        }
     }
     if (mantissaDigits == 0)
         return false;
@@ -141,7 +155,10 @@ bool ExpressionParser::isNumber(const QString &piece, double *value)
         if (i < n && (piece[i] == QLatin1Char('+') || piece[i] == QLatin1Char('-')))
             ++i;
         int exponentDigits = 0;
-        while (i < n && piece[i].isDigit() && piece[i].unicode() < 128) { ++i; ++exponentDigits; }
+        while (i < n && piece[i].isDigit() && piece[i].unicode() < 128) {
+            ++i;
+            ++exponentDigits;
+        }
         if (exponentDigits == 0)
             return false;
     }
@@ -183,7 +200,7 @@ void ExpressionParser::parse(const QStringList &variableNames)
     for (const QString &name : extractNames(text)) {
         if (!variableNames.contains(name)) {
             m_errors << QStringLiteral(
-                "Variables appear in the expression is not provided in the variable_name list.");
+                    "Variables appear in the expression is not provided in the variable_name list.");
             compile();
             return;
         }
@@ -194,8 +211,9 @@ void ExpressionParser::parse(const QStringList &variableNames)
     const OperatorTable &table = OperatorTable::instance();
     QVector<ExprNode> output;
     QVector<int> stack; // table indices
-    auto isGroupOpener = [&](int tableIndex) { return table.codes[tableIndex] >= OpCode::OpenParen
-                                                      && table.codes[tableIndex] != OpCode::CloseParen; };
+    auto isGroupOpener = [&](int tableIndex) {
+        return table.codes[tableIndex] >= OpCode::OpenParen && table.codes[tableIndex] != OpCode::CloseParen;
+    };
     for (const Token &token : tokenize(text)) {
         if (!token.isOperator) {
             ExprNode node;
@@ -218,8 +236,8 @@ void ExpressionParser::parse(const QStringList &variableNames)
                 const int top = stack.last();
                 const int topPrecedence = table.precedences[top];
                 const int precedence = table.precedences[index];
-                if (topPrecedence > precedence
-                    || (topPrecedence == precedence && table.leftAssociative[top])) {
+                if (topPrecedence > precedence ||
+                    (topPrecedence == precedence && table.leftAssociative[top])) {
                     output << operatorNode(top);
                     stack.removeLast();
                 } else {
@@ -292,8 +310,7 @@ double operandValue(const Slot &operand, const double *values, std::size_t count
     return kNaN;
 }
 
-double applyOneOperand(const Slot &op, const Slot &operand, const double *values,
-                       std::size_t count)
+double applyOneOperand(const Slot &op, const Slot &operand, const double *values, std::size_t count)
 {
     if (op.kind != ExprNode::Operator) {
         qDebug() << "This token is not an operator";
@@ -302,8 +319,8 @@ double applyOneOperand(const Slot &op, const Slot &operand, const double *values
     return ExprOps::unary(op.value, operandValue(operand, values, count));
 }
 
-double applyTwoOperand(const Slot &op, const Slot &left, const Slot &right,
-                       const double *values, std::size_t count)
+double applyTwoOperand(const Slot &op, const Slot &left, const Slot &right, const double *values,
+                       std::size_t count)
 {
     if (op.kind != ExprNode::Operator) {
         qDebug() << "This token is not an operator";
@@ -316,8 +333,8 @@ double applyTwoOperand(const Slot &op, const Slot &left, const Slot &right,
 
 } // namespace
 
-double ExpressionParser::evaluateByReduction(const QVector<ExprNode> &nodes,
-                                             const double *values, std::size_t count)
+double ExpressionParser::evaluateByReduction(const QVector<ExprNode> &nodes, const double *values,
+                                             std::size_t count)
 {
     if (nodes.isEmpty()) {
         qDebug() << "the parser tree does not exist";

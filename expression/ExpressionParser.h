@@ -24,10 +24,26 @@ struct ExprNode {
 // Operator codes of the expression language.
 namespace OpCode {
 enum : int {
-    Power = 0, Multiply = 1, Divide = 2, Add = 3, Subtract = 4,
-    OpenParen = 100, CloseParen = 101,
-    Exp = 102, Log = 103, Log10 = 104, Abs = 105, Sign = 106, Sqrt = 107,
-    Sin = 108, Cos = 109, Tan = 110, Asin = 111, Acos = 112, Atan = 113, Ln = 114
+    Power = 0,
+    Multiply = 1,
+    Divide = 2,
+    Add = 3,
+    Subtract = 4,
+    OpenParen = 100,
+    CloseParen = 101,
+    Exp = 102,
+    Log = 103,
+    Log10 = 104,
+    Abs = 105,
+    Sign = 106,
+    Sqrt = 107,
+    Sin = 108,
+    Cos = 109,
+    Tan = 110,
+    Asin = 111,
+    Acos = 112,
+    Atan = 113,
+    Ln = 114
 };
 }
 
@@ -101,8 +117,8 @@ public:
     // The literal scan-and-reduce evaluation of a node list. evaluate()
     // returns the same value; this form is the reference for that claim and
     // the path that reports too short value vectors.
-    static double evaluateByReduction(const QVector<ExprNode> &nodes,
-                                      const double *values, std::size_t count);
+    static double evaluateByReduction(const QVector<ExprNode> &nodes, const double *values,
+                                      std::size_t count);
 
     struct Program;
 

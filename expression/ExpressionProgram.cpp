@@ -13,8 +13,8 @@ namespace {
 // a constant, a variable or the result of an earlier instruction on the stack.
 struct Symbol {
     enum Type { Operator, Constant, Variable, Stack } type;
-    double value = 0;         // operator code or constant
-    std::uint32_t index = 0;  // variable index
+    double value = 0;        // operator code or constant
+    std::uint32_t index = 0; // variable index
 };
 
 struct Compiler {
@@ -45,8 +45,8 @@ struct Compiler {
         };
         if (!l && !r) {
             form = left.type == Symbol::Variable
-                       ? (right.type == Symbol::Variable ? Program::VV : Program::VC)
-                       : Program::CV;
+                           ? (right.type == Symbol::Variable ? Program::VV : Program::VC)
+                           : Program::CV;
             push();
         } else if (l && !r) {
             form = right.type == Symbol::Variable ? Program::SV : Program::SC;
@@ -104,8 +104,8 @@ Program Program::compile(const QVector<ExprNode> &nodes)
     for (const ExprNode &node : nodes) {
         if (node.kind == ExprNode::Variable) {
             const double index = node.value;
-            if (!(index >= 0) || index != std::floor(index)
-                || index > double(std::numeric_limits<std::uint32_t>::max())) {
+            if (!(index >= 0) || index != std::floor(index) ||
+                index > double(std::numeric_limits<std::uint32_t>::max())) {
                 c.program.reductionOnly = true;
                 return c.program;
             }
@@ -177,10 +177,14 @@ Program Program::compile(const QVector<ExprNode> &nodes)
 double Program::run(const double *values) const
 {
     switch (resultKind) {
-    case ResultKind::NotANumber: return std::numeric_limits<double>::quiet_NaN();
-    case ResultKind::Constant: return resultConstant;
-    case ResultKind::Variable: return values[resultVariable];
-    case ResultKind::Stack: break;
+    case ResultKind::NotANumber:
+        return std::numeric_limits<double>::quiet_NaN();
+    case ResultKind::Constant:
+        return resultConstant;
+    case ResultKind::Variable:
+        return values[resultVariable];
+    case ResultKind::Stack:
+        break;
     }
 
     constexpr int kInlineDepth = 64;
@@ -193,18 +197,55 @@ double Program::run(const double *values) const
     }
     --sp; // points at the top element; empty stack
 
-#define AMBREL_BINARY_CASES(CODE, EXPR)                                                    \
-    case CODE * FormCount + VV: { const double a = values[in->a], b = values[in->b]; *++sp = (EXPR); break; } \
-    case CODE * FormCount + VC: { const double a = values[in->a], b = in->c; *++sp = (EXPR); break; }         \
-    case CODE * FormCount + CV: { const double a = in->c, b = values[in->b]; *++sp = (EXPR); break; }         \
-    case CODE * FormCount + SV: { const double a = *sp, b = values[in->b]; *sp = (EXPR); break; }             \
-    case CODE * FormCount + SC: { const double a = *sp, b = in->c; *sp = (EXPR); break; }                     \
-    case CODE * FormCount + VS: { const double a = values[in->a], b = *sp; *sp = (EXPR); break; }             \
-    case CODE * FormCount + CS: { const double a = in->c, b = *sp; *sp = (EXPR); break; }                     \
-    case CODE * FormCount + SS: { const double b = *sp--; const double a = *sp; *sp = (EXPR); break; }
+#define AMBREL_BINARY_CASES(CODE, EXPR)                                                                      \
+    case CODE *FormCount + VV: {                                                                             \
+        const double a = values[in->a], b = values[in->b];                                                   \
+        *++sp = (EXPR);                                                                                      \
+        break;                                                                                               \
+    }                                                                                                        \
+    case CODE *FormCount + VC: {                                                                             \
+        const double a = values[in->a], b = in->c;                                                           \
+        *++sp = (EXPR);                                                                                      \
+        break;                                                                                               \
+    }                                                                                                        \
+    case CODE *FormCount + CV: {                                                                             \
+        const double a = in->c, b = values[in->b];                                                           \
+        *++sp = (EXPR);                                                                                      \
+        break;                                                                                               \
+    }                                                                                                        \
+    case CODE *FormCount + SV: {                                                                             \
+        const double a = *sp, b = values[in->b];                                                             \
+        *sp = (EXPR);                                                                                        \
+        break;                                                                                               \
+    }                                                                                                        \
+    case CODE *FormCount + SC: {                                                                             \
+        const double a = *sp, b = in->c;                                                                     \
+        *sp = (EXPR);                                                                                        \
+        break;                                                                                               \
+    }                                                                                                        \
+    case CODE *FormCount + VS: {                                                                             \
+        const double a = values[in->a], b = *sp;                                                             \
+        *sp = (EXPR);                                                                                        \
+        break;                                                                                               \
+    }                                                                                                        \
+    case CODE *FormCount + CS: {                                                                             \
+        const double a = in->c, b = *sp;                                                                     \
+        *sp = (EXPR);                                                                                        \
+        break;                                                                                               \
+    }                                                                                                        \
+    case CODE *FormCount + SS: {                                                                             \
+        const double b = *sp--;                                                                              \
+        const double a = *sp;                                                                                \
+        *sp = (EXPR);                                                                                        \
+        break;                                                                                               \
+    }
 
-#define AMBREL_UNARY_CASE(CODE, EXPR) \
-    case UnaryBase + (CODE - OpCode::OpenParen): { const double v = *sp; *sp = (EXPR); break; }
+#define AMBREL_UNARY_CASE(CODE, EXPR)                                                                        \
+    case UnaryBase + (CODE - OpCode::OpenParen): {                                                           \
+        const double v = *sp;                                                                                \
+        *sp = (EXPR);                                                                                        \
+        break;                                                                                               \
+    }
 
     const Instruction *in = code.data();
     const Instruction *const end = in + code.size();

@@ -27,14 +27,14 @@ double evaluateParsed(const ExpressionParser &parser, const QVector<double> &val
 QString doseError(const QString &tableName, int rowNumber, const QString &columnName,
                   const QStringList &messages)
 {
-    return "<font color=red> Error in " + tableName + " (" + QString::number(rowNumber) + "th row "
-           + columnName + "):<br>" + messages.join("<br>") + "</font>";
+    return "<font color=red> Error in " + tableName + " (" + QString::number(rowNumber) + "th row " +
+           columnName + "):<br>" + messages.join("<br>") + "</font>";
 }
 
 QString observationError(int rowNumber, const QString &columnName)
 {
-    return "<font color=red> Error in Observation Table (" + QString::number(rowNumber) + "th row "
-           + columnName + "):<br> Expression could not be understood.</font>";
+    return "<font color=red> Error in Observation Table (" + QString::number(rowNumber) + "th row " +
+           columnName + "):<br> Expression could not be understood.</font>";
 }
 
 void addMessage(QStringList &messages, const QString &message)
@@ -53,9 +53,18 @@ bool isBlankRow(const QStringList &cells, int columnCount)
 
 } // namespace
 
-DoseEvent::DoseEvent() : time(NaN), dosage(NaN), duration(NaN) {}
+DoseEvent::DoseEvent()
+    : time(NaN)
+    , dosage(NaN)
+    , duration(NaN)
+{
+}
 
-ObservationEvent::ObservationEvent() : time(NaN), observedValue(NaN) {}
+ObservationEvent::ObservationEvent()
+    : time(NaN)
+    , observedValue(NaN)
+{
+}
 
 QStringList doseTableHeaders(DoseTable table)
 {
@@ -65,9 +74,15 @@ QStringList doseTableHeaders(DoseTable table)
             "Note (optional):"};
 }
 
-QStringList observationTableHeaders() { return {"Time", "Observation variable", "Value"}; }
+QStringList observationTableHeaders()
+{
+    return {"Time", "Observation variable", "Value"};
+}
 
-bool NumericCell::valid() const { return !std::isnan(value); }
+bool NumericCell::valid() const
+{
+    return !std::isnan(value);
+}
 
 NumericCell readNumericCell(const QString &text, const QStringList &parameterNames,
                             const QVector<double> &parameterValues)
@@ -99,13 +114,13 @@ void resolveCompartment(DoseEvent &event, const QString &text, const QStringList
     event.compartmentIndex = stateNames.indexOf(text);
     event.compartmentValid = event.compartmentIndex >= 0;
     if (!event.compartmentValid)
-        event.messages << "Dosing compartment not found.  It should be selected from the following: "
-                              + stateNames.join("  ");
+        event.messages << "Dosing compartment not found.  It should be selected from the following: " +
+                                  stateNames.join("  ");
 }
 
 CellCheck readDoseCell(DoseEvent &event, DoseColumn column, const QString &text, int rowNumber,
-                       DoseTable table, const QStringList &stateNames,
-                       const QStringList &parameterNames, const QVector<double> &parameterValues)
+                       DoseTable table, const QStringList &stateNames, const QStringList &parameterNames,
+                       const QVector<double> &parameterValues)
 {
     CellCheck check;
     const QString tableName = QStringLiteral("Dosing Table");
@@ -124,8 +139,8 @@ CellCheck readDoseCell(DoseEvent &event, DoseColumn column, const QString &text,
     check.valid = cell.valid();
     check.note = cell.note;
     // The three numeric columns differ only in their field, header and message.
-    auto store = [&](double &value, ExpressionParser &expression, bool &isExpression,
-                     const char *header, const char *message, const QString &errorTable) {
+    auto store = [&](double &value, ExpressionParser &expression, bool &isExpression, const char *header,
+                     const char *message, const QString &errorTable) {
         value = cell.value;
         expression = cell.expression;
         isExpression = cell.isExpression;
@@ -154,9 +169,8 @@ CellCheck readDoseCell(DoseEvent &event, DoseColumn column, const QString &text,
     return check;
 }
 
-CellCheck readObservationCell(ObservationEvent &event, ObservationColumn column,
-                              const QString &text, int rowNumber, const QStringList &stateNames,
-                              const QStringList &parameterNames,
+CellCheck readObservationCell(ObservationEvent &event, ObservationColumn column, const QString &text,
+                              int rowNumber, const QStringList &stateNames, const QStringList &parameterNames,
                               const QVector<double> &parameterValues)
 {
     CellCheck check;
@@ -168,8 +182,8 @@ CellCheck readObservationCell(ObservationEvent &event, ObservationColumn column,
             event.messages << "Could not evaluate the tree.";
         if (!event.messages.isEmpty()) {
             check.valid = false;
-            check.error = "<font color=red> Error in Observation Table (" + QString::number(rowNumber)
-                          + "th row Compartment):<br>" + event.messages.join("<br>") + "</font>";
+            check.error = "<font color=red> Error in Observation Table (" + QString::number(rowNumber) +
+                          "th row Compartment):<br>" + event.messages.join("<br>") + "</font>";
         }
         return check;
     }
@@ -207,8 +221,8 @@ DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table
         DoseEvent event;
         for (DoseColumn column : order) {
             const int c = int(column);
-            const CellCheck check = readDoseCell(event, column, cells[r].value(c), r + 1, table,
-                                                 stateNames, parameterNames, parameterValues);
+            const CellCheck check = readDoseCell(event, column, cells[r].value(c), r + 1, table, stateNames,
+                                                 parameterNames, parameterValues);
             if (!check.valid) {
                 result.errors << check.error;
                 result.invalidCells.append({r, c});
@@ -222,8 +236,7 @@ DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table
     return result;
 }
 
-ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
-                                            const QStringList &stateNames,
+ObservationTableResult readObservationTable(const QVector<QStringList> &cells, const QStringList &stateNames,
                                             const QStringList &parameterNames,
                                             const QVector<double> &parameterValues)
 {
@@ -235,9 +248,8 @@ ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
         for (ObservationColumn column :
              {ObservationColumn::Time, ObservationColumn::Variable, ObservationColumn::Value}) {
             const int c = int(column);
-            const CellCheck check = readObservationCell(event, column, cells[r].value(c), r + 1,
-                                                        stateNames, parameterNames,
-                                                        parameterValues);
+            const CellCheck check = readObservationCell(event, column, cells[r].value(c), r + 1, stateNames,
+                                                        parameterNames, parameterValues);
             if (!check.valid) {
                 result.errors << check.error;
                 result.invalidCells.append({r, c});
@@ -251,18 +263,16 @@ ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
     return result;
 }
 
-DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table,
-                              const OdeSystemText &ode, const QVector<double> &parameterValues)
+DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table, const OdeSystemText &ode,
+                              const QVector<double> &parameterValues)
 {
     return readDoseTable(cells, table, ode.stateVariableNames, ode.parameterNames, parameterValues);
 }
 
-ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
-                                            const OdeSystemText &ode,
+ObservationTableResult readObservationTable(const QVector<QStringList> &cells, const OdeSystemText &ode,
                                             const QVector<double> &parameterValues)
 {
-    return readObservationTable(cells, ode.stateVariableNames, ode.parameterNames,
-                                parameterValues);
+    return readObservationTable(cells, ode.stateVariableNames, ode.parameterNames, parameterValues);
 }
 
 void evaluateDoseEvents(QVector<DoseEvent> &events, const QVector<double> &parameterValues)
@@ -277,8 +287,7 @@ void evaluateDoseEvents(QVector<DoseEvent> &events, const QVector<double> &param
     }
 }
 
-void evaluateObservationTimes(QVector<ObservationEvent> &events,
-                             const QVector<double> &parameterValues)
+void evaluateObservationTimes(QVector<ObservationEvent> &events, const QVector<double> &parameterValues)
 {
     for (ObservationEvent &event : events)
         if (event.timeIsExpression)
@@ -293,4 +302,7 @@ bool doseEventsDependOnParameters(const QVector<DoseEvent> &events)
     return false;
 }
 
-QString joinedErrors(const QStringList &errors) { return errors.join("<br>"); }
+QString joinedErrors(const QStringList &errors)
+{
+    return errors.join("<br>");
+}

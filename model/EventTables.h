@@ -17,7 +17,7 @@
 namespace DoseDuration {
 constexpr double Bolus = 0.0;
 constexpr double SetValue = -99.0; // set the compartment to the dosage value
-}
+} // namespace DoseDuration
 
 struct DoseEvent {
     double time;
@@ -91,13 +91,12 @@ void resolveCompartment(DoseEvent &event, const QString &text, const QStringList
 // Reads one cell of a dose table into the row's record. rowNumber is the
 // 1-based table row used in the error text. The note column is ignored.
 CellCheck readDoseCell(DoseEvent &event, DoseColumn column, const QString &text, int rowNumber,
-                       DoseTable table, const QStringList &stateNames,
-                       const QStringList &parameterNames, const QVector<double> &parameterValues);
+                       DoseTable table, const QStringList &stateNames, const QStringList &parameterNames,
+                       const QVector<double> &parameterValues);
 
 // Reads one cell of the observation table.
-CellCheck readObservationCell(ObservationEvent &event, ObservationColumn column,
-                              const QString &text, int rowNumber, const QStringList &stateNames,
-                              const QStringList &parameterNames,
+CellCheck readObservationCell(ObservationEvent &event, ObservationColumn column, const QString &text,
+                              int rowNumber, const QStringList &stateNames, const QStringList &parameterNames,
                               const QVector<double> &parameterValues);
 
 // A whole table read cell by cell. Rows whose cells are all blank are skipped
@@ -110,8 +109,8 @@ struct CellPosition {
 struct DoseTableResult {
     QVector<DoseEvent> events;
     QVector<int> rowOfRecord;
-    QStringList errors;               // HTML, in table order
-    QStringList notes;                // understood expressions
+    QStringList errors;                 // HTML, in table order
+    QStringList notes;                  // understood expressions
     QVector<CellPosition> invalidCells; // cells to show in red
 };
 DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table,
@@ -125,24 +124,21 @@ struct ObservationTableResult {
     QStringList notes;
     QVector<CellPosition> invalidCells;
 };
-ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
-                                            const QStringList &stateNames,
+ObservationTableResult readObservationTable(const QVector<QStringList> &cells, const QStringList &stateNames,
                                             const QStringList &parameterNames,
                                             const QVector<double> &parameterValues);
 
 // The same with the state and parameter names of a parsed ODE system.
-DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table,
-                              const OdeSystemText &ode, const QVector<double> &parameterValues);
-ObservationTableResult readObservationTable(const QVector<QStringList> &cells,
-                                            const OdeSystemText &ode,
+DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table, const OdeSystemText &ode,
+                              const QVector<double> &parameterValues);
+ObservationTableResult readObservationTable(const QVector<QStringList> &cells, const OdeSystemText &ode,
                                             const QVector<double> &parameterValues);
 
 // Re-evaluates the expression cells of the records for one parameter vector
 // (in the order of the parameter names the cells were parsed with). A cell
 // that cannot be evaluated becomes NaN; plain numbers are left as they are.
 void evaluateDoseEvents(QVector<DoseEvent> &events, const QVector<double> &parameterValues);
-void evaluateObservationTimes(QVector<ObservationEvent> &events,
-                              const QVector<double> &parameterValues);
+void evaluateObservationTimes(QVector<ObservationEvent> &events, const QVector<double> &parameterValues);
 // True when any dose cell holds an expression, so the time grid depends on the
 // parameter vector.
 bool doseEventsDependOnParameters(const QVector<DoseEvent> &events);

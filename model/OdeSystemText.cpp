@@ -9,12 +9,12 @@
 namespace {
 
 const char *const kDuplicateMessage =
-    "There are more than two equations with the same left hand side.\n"
-    "The left hand side d<variable name>dt need to be unique for all equations in the system.";
+        "There are more than two equations with the same left hand side.\n"
+        "The left hand side d<variable name>dt need to be unique for all equations in the system.";
 
 const char *const kCircularMessage =
-    "Auxillary function either circular or too complex (current implementation cannot handle "
-    "more than 5 levels of substitution.";
+        "Auxillary function either circular or too complex (current implementation cannot handle "
+        "more than 5 levels of substitution.";
 
 constexpr int kSubstitutionPasses = 6;
 
@@ -80,9 +80,9 @@ void OdeSystemText::parseAuxiliaryFunctions()
         errors << QString::fromLatin1(kDuplicateMessage);
     if (auxiliaryExpressions.size() != auxiliaryNames.size())
         errors << QStringLiteral(
-            "Size of the right hand side and left hand side did not match.\n"
-            "Make sure there is an expression right of '<variable name> = '.\n"
-            "Also keep in mind all text right of ';' sign in each line is treated as comments.");
+                "Size of the right hand side and left hand side did not match.\n"
+                "Make sure there is an expression right of '<variable name> = '.\n"
+                "Also keep in mind all text right of ';' sign in each line is treated as comments.");
 }
 
 QString OdeSystemText::substituteAuxiliaryFunctions()
@@ -144,14 +144,14 @@ void OdeSystemText::parseOdeSystem()
     }
     parameterNames = namesBehind(QStringList{"t"} + stateVariableNames, rightHandSides);
 
-    if (QSet<QString>(stateVariableNames.begin(), stateVariableNames.end()).size()
-        < stateVariableNames.size())
+    if (QSet<QString>(stateVariableNames.begin(), stateVariableNames.end()).size() <
+        stateVariableNames.size())
         errors << QString::fromLatin1(kDuplicateMessage);
     if (rightHandSides.size() != stateVariableNames.size())
         errors << QStringLiteral(
-            "Size of the right hand side and left hand side did not match.\n"
-            "Make sure there is an expression right of 'd<variable name>dt = '.\n"
-            "Also keep in mind all text right of ';' sign in each line is treated as comments.");
+                "Size of the right hand side and left hand side did not match.\n"
+                "Make sure there is an expression right of 'd<variable name>dt = '.\n"
+                "Also keep in mind all text right of ';' sign in each line is treated as comments.");
 
     const int n = stateVariableNames.size();
     const double nan = std::numeric_limits<double>::quiet_NaN();
@@ -169,8 +169,8 @@ void OdeSystemText::parseOdeSystem()
             v = randomUnit();
         const double y1 = parser.evaluate(values);
         if (std::isnan(y1)) {
-            errors << QStringLiteral("The algorithm was not able to understand the right hand side of ")
-                          + leftHandSides[i] + QStringLiteral(" .");
+            errors << QStringLiteral("The algorithm was not able to understand the right hand side of ") +
+                              leftHandSides[i] + QStringLiteral(" .");
             continue;
         }
         for (int j = 0; j < n; ++j) {

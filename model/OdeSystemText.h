@@ -32,9 +32,9 @@ public:
     QStringList auxiliaryParameterNames;
 
     QStringList stateVariableNames;
-    QStringList leftHandSides;     // as written, e.g. "dAdt"
-    QStringList rightHandSides;    // auxiliary functions substituted
-    QStringList parameterNames;    // sorted by character code
+    QStringList leftHandSides;  // as written, e.g. "dAdt"
+    QStringList rightHandSides; // auxiliary functions substituted
+    QStringList parameterNames; // sorted by character code
     QVector<ExpressionParser> parsers;
 
     // One row per equation, one column per state variable: whether the
@@ -48,7 +48,10 @@ public:
 
     OdeSystemText() = default;
     OdeSystemText(const QString &ode, const QString &auxiliary)
-        : odeText(ode), auxiliaryText(auxiliary) {}
+        : odeText(ode)
+        , auxiliaryText(auxiliary)
+    {
+    }
 
     void parseAuxiliaryFunctions();
     void parseOdeSystem();

@@ -10,12 +10,14 @@ namespace {
 
 const double NaN = std::numeric_limits<double>::quiet_NaN();
 
-QString num(double value) { return QString::number(value, 'g', 6); }
+QString num(double value)
+{
+    return QString::number(value, 'g', 6);
+}
 
 // The g and g inverse equations of an unfixed parameter n with search
 // variable x (text "x" k), by its theoretical bounds.
-QPair<QString, QString> boundedEquations(const QString &n, const QString &x, double lower,
-                                         double upper)
+QPair<QString, QString> boundedEquations(const QString &n, const QString &x, double lower, double upper)
 {
     const bool hasLower = !std::isnan(lower);
     const bool hasUpper = !std::isnan(upper);
@@ -114,8 +116,7 @@ double evaluateEquation(const ExpressionParser *parser, const QVector<double> &v
 QStringList parameterSpecificationHeaders()
 {
     return {"Parameter Domain of Interest LB", "Parameter Domain of Interest UB",
-            "Theoretical LB (by default 0, set to 'nb' if no bound)",
-            "Theoretical UB (if applicable)"};
+            "Theoretical LB (by default 0, set to 'nb' if no bound)", "Theoretical UB (if applicable)"};
 }
 
 double parameterSpecificationCell(const QString &text)
@@ -133,10 +134,8 @@ QVector<ParameterSpecificationRow> readParameterSpecification(const QVector<QStr
     QVector<ParameterSpecificationRow> rows;
     rows.reserve(cells.size());
     for (const QStringList &line : cells) {
-        rows.append({parameterSpecificationCell(line.value(0)),
-                     parameterSpecificationCell(line.value(1)),
-                     parameterSpecificationCell(line.value(2)),
-                     parameterSpecificationCell(line.value(3))});
+        rows.append({parameterSpecificationCell(line.value(0)), parameterSpecificationCell(line.value(1)),
+                     parameterSpecificationCell(line.value(2)), parameterSpecificationCell(line.value(3))});
     }
     return rows;
 }
@@ -165,12 +164,12 @@ QStringList checkParameterSpecification(const QStringList &parameterNames,
             messages << outOfTheoreticalBound(n);
 
         if (row.domainLower > row.domainUpper)
-            messages << "Parameter " + n
-                            + "'s lowerbound of the domain of interest is higher than its upperbound.";
+            messages << "Parameter " + n +
+                                "'s lowerbound of the domain of interest is higher than its upperbound.";
         if (row.theoreticalLower > row.theoreticalUpper)
-            messages << "Parameter " + n
-                            + "'s lowerbound of the theoretica parameter domain is higher than its "
-                              "upperbound.";
+            messages << "Parameter " + n +
+                                "'s lowerbound of the theoretica parameter domain is higher than its "
+                                "upperbound.";
     }
     return messages;
 }
@@ -202,8 +201,7 @@ TransformationText generateTransformation(const QStringList &parameterNames,
             continue;
         }
         const QPair<QString, QString> equations =
-            boundedEquations(n, "x" + QString::number(k), row.theoreticalLower,
-                             row.theoreticalUpper);
+                boundedEquations(n, "x" + QString::number(k), row.theoreticalLower, row.theoreticalUpper);
         gLines << equations.first;
         inverseLines << equations.second;
         text.searchVariableNumbers << k;
@@ -249,8 +247,7 @@ ParsedEquations parseTransformation(const QString &gText, const QStringList &par
     return parsed;
 }
 
-ParsedEquations parseInverseTransformation(const QString &gInverseText,
-                                           const QStringList &parameterNames,
+ParsedEquations parseInverseTransformation(const QString &gInverseText, const QStringList &parameterNames,
                                            int searchVariableCount)
 {
     ParsedEquations parsed = splitEquations(gInverseText, parameterNames);
@@ -276,8 +273,7 @@ QVector<double> applyTransformation(const ParsedEquations &g, const QStringList 
     return parameters;
 }
 
-QVector<double> applyInverseTransformation(const ParsedEquations &gInverse,
-                                           int searchVariableCount,
+QVector<double> applyInverseTransformation(const ParsedEquations &gInverse, int searchVariableCount,
                                            const QVector<double> &parameters)
 {
     QVector<double> x;
@@ -301,10 +297,8 @@ SearchDomain searchDomain(const ParsedEquations &gInverse, int searchVariableCou
         lowerParameters << row.domainLower;
         upperParameters << row.domainUpper;
     }
-    const QVector<double> a = applyInverseTransformation(gInverse, searchVariableCount,
-                                                         lowerParameters);
-    const QVector<double> b = applyInverseTransformation(gInverse, searchVariableCount,
-                                                         upperParameters);
+    const QVector<double> a = applyInverseTransformation(gInverse, searchVariableCount, lowerParameters);
+    const QVector<double> b = applyInverseTransformation(gInverse, searchVariableCount, upperParameters);
     SearchDomain domain;
     for (int k = 0; k < searchVariableCount; ++k) {
         if (std::isnan(a[k]) || std::isnan(b[k])) {

@@ -76,8 +76,7 @@ ParsedEquations parseTransformation(const QString &gText, const QStringList &par
                                     int searchVariableCount);
 // Parses the g inverse text: right-hand sides in the parameter names; every
 // search variable x1..x searchVariableCount needs an equation.
-ParsedEquations parseInverseTransformation(const QString &gInverseText,
-                                           const QStringList &parameterNames,
+ParsedEquations parseInverseTransformation(const QString &gInverseText, const QStringList &parameterNames,
                                            int searchVariableCount);
 
 // g applied to one cluster row x: the parameter values in parameter order
@@ -86,8 +85,7 @@ QVector<double> applyTransformation(const ParsedEquations &g, const QStringList 
                                     const QVector<double> &x);
 // g inverse applied to one parameter row: x1..x searchVariableCount (NaN for a
 // search variable without equation).
-QVector<double> applyInverseTransformation(const ParsedEquations &gInverse,
-                                           int searchVariableCount,
+QVector<double> applyInverseTransformation(const ParsedEquations &gInverse, int searchVariableCount,
                                            const QVector<double> &parameters);
 
 // The domain of interest in search coordinates: g inverse of the domain

@@ -8,18 +8,17 @@
 
 // A broken calling contract (wrong array size) is a programming error, not
 // an input problem: it stops the program in every build type.
-#define LSODA_REQUIRE(condition)                                                          \
-    do {                                                                                  \
-        if (!(condition)) {                                                               \
-            std::fprintf(stderr, "LSODA: requirement failed: %s\n", #condition);          \
-            std::abort();                                                                 \
-        }                                                                                 \
+#define LSODA_REQUIRE(condition)                                                                             \
+    do {                                                                                                     \
+        if (!(condition)) {                                                                                  \
+            std::fprintf(stderr, "LSODA: requirement failed: %s\n", #condition);                             \
+            std::abort();                                                                                    \
+        }                                                                                                    \
     } while (0)
 
 // Step-ratio bounds that keep the Adams method of each order inside its
 // stability region, for orders 1 to 12 (element 0 unused).
-const double LSODA::sm1_[13] = {0.0,  0.5,  0.575, 0.55, 0.45,  0.35, 0.25,
-                                0.2,  0.15, 0.1,   0.075, 0.05, 0.025};
+const double LSODA::sm1_[13] = {0.0, 0.5, 0.575, 0.55, 0.45, 0.35, 0.25, 0.2, 0.15, 0.1, 0.075, 0.05, 0.025};
 // Maximum orders of the Adams and BDF methods (element 0 unused).
 const int LSODA::mord_[3] = {0, 12, 5};
 
@@ -86,9 +85,9 @@ void LSODA::lsoda_update(RhsFunction f, std::size_t neq, const std::vector<doubl
     lsoda(f, neq, yout, t, tout, 1, istate, 0, 2, noIntOptions, noRealOptions, data);
 }
 
-void LSODA::lsoda(RhsFunction f, std::size_t neq, std::vector<double> &y, double *t, double tout,
-                  int itask, int *istate, int iopt, int jt, const IntOptions &iworks,
-                  const RealOptions &rworks, void *data)
+void LSODA::lsoda(RhsFunction f, std::size_t neq, std::vector<double> &y, double *t, double tout, int itask,
+                  int *istate, int iopt, int jt, const IntOptions &iworks, const RealOptions &rworks,
+                  void *data)
 {
     LSODA_REQUIRE(neq + 1 == y.size());
 
@@ -216,8 +215,8 @@ void LSODA::lsoda(RhsFunction f, std::size_t neq, std::vector<double> &y, double
                     mxords_ = 100;
                 mxords_ = std::min(mxords_, mord_[2]);
                 if ((tout - *t) * h0 < 0.0) {
-                    message("[lsoda] tout = %g behind t = %g. integration direction is given by %g\n",
-                            tout, *t, h0);
+                    message("[lsoda] tout = %g behind t = %g. integration direction is given by %g\n", tout,
+                            *t, h0);
                     illegalInput(istate);
                     return;
                 }
@@ -1336,8 +1335,7 @@ void LSODA::dgefa(std::vector<std::vector<double>> &a, int n, std::vector<int> &
         *info = n;
 }
 
-void LSODA::dgesl(const std::vector<std::vector<double>> &a, int n, const std::vector<int> &ipvt,
-                  double *b)
+void LSODA::dgesl(const std::vector<std::vector<double>> &a, int n, const std::vector<int> &ipvt, double *b)
 {
     // Solves A x = b with the factors from dgefa: first L y = b, then U x = y.
     for (int k = 1; k <= n - 1; ++k) {

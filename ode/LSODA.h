@@ -21,8 +21,7 @@
 //   first call of a problem and reused by later problems of the same size.
 // - Messages are printed on the standard error stream (setMessageStream can
 //   redirect them); failures are reported through istate, never thrown.
-class LSODA
-{
+class LSODA {
 public:
     // Right-hand side: fill ydot[1..neq] with f(t, y[1..neq]).
     using RhsFunction = void (*)(double t, double *y, double *ydot, void *data);
@@ -42,18 +41,18 @@ public:
     // y holds the neq starting values (0-based); on return yout (resized to
     // neq + 1, yout[0] = 0) holds the 1-based state at *t. On success *t ==
     // tout and *istate == 2. Set *istate to 1 to start a new problem.
-    void lsoda_update(RhsFunction f, std::size_t neq, const std::vector<double> &y,
-                      std::vector<double> &yout, double *t, double tout, int *istate,
-                      void *data, double rtol = 1e-6, double atol = 1e-6);
+    void lsoda_update(RhsFunction f, std::size_t neq, const std::vector<double> &y, std::vector<double> &yout,
+                      double *t, double tout, int *istate, void *data, double rtol = 1e-6,
+                      double atol = 1e-6);
 
     // The full driver. y is 1-based (neq + 1 elements) and is overwritten by
     // the solution at the returned *t. itask 1..5, istate 1..3 on input,
     // iopt 0 or 1, jt 1, 2, 4 or 5 (only 2, the internal dense Jacobian, can
     // take stiff steps; the others pass the input check and are refused when
     // the stiff method needs a Jacobian). Tolerances come from setTolerances.
-    void lsoda(RhsFunction f, std::size_t neq, std::vector<double> &y, double *t, double tout,
-               int itask, int *istate, int iopt, int jt, const IntOptions &iworks,
-               const RealOptions &rworks, void *data);
+    void lsoda(RhsFunction f, std::size_t neq, std::vector<double> &y, double *t, double tout, int itask,
+               int *istate, int iopt, int jt, const IntOptions &iworks, const RealOptions &rworks,
+               void *data);
 
     // itol 1: scalar rtol and atol; 2: scalar rtol, per-component atol;
     // 3: per-component rtol, scalar atol; 4: both per-component. Scalars are
@@ -64,19 +63,19 @@ public:
     void setMessageStream(std::FILE *stream) { messageStream_ = stream; }
 
     // Statistics of the current problem.
-    int steps() const { return nst_; }                  // successful steps
-    int rhsEvaluations() const { return nfe_; }         // calls of f, Jacobian ones included
-    int jacobianEvaluations() const { return nje_; }    // Jacobian evaluations (and LU factorisations)
-    int lastOrder() const { return nqu_; }              // order of the last successful step
-    int currentOrder() const { return nq_; }            // order to be attempted next
+    int steps() const { return nst_; }                   // successful steps
+    int rhsEvaluations() const { return nfe_; }          // calls of f, Jacobian ones included
+    int jacobianEvaluations() const { return nje_; }     // Jacobian evaluations (and LU factorisations)
+    int lastOrder() const { return nqu_; }               // order of the last successful step
+    int currentOrder() const { return nq_; }             // order to be attempted next
     Method lastMethod() const { return Method(mused_); } // method of the last successful step
     Method currentMethod() const { return Method(meth_); }
     double lastStepSize() const { return hu_; }
     double nextStepSize() const { return h_; }
-    double currentTime() const { return tn_; }          // how far the integration has gone
-    double switchTime() const { return tsw_; }          // time of the last method switch
+    double currentTime() const { return tn_; }             // how far the integration has gone
+    double switchTime() const { return tsw_; }             // time of the last method switch
     double toleranceScaleFactor() const { return tolsf_; } // after istate -2 (or -3 at start)
-    int largestErrorComponent() const { return imxer_; } // after istate -4 or -5
+    int largestErrorComponent() const { return imxer_; }   // after istate -4 or -5
     int illegalInputCount() const { return illin_; }
 
 private:
@@ -104,9 +103,9 @@ private:
 
     void message(const char *format, ...) const
 #if defined(__GNUC__)
-        __attribute__((format(printf, 2, 3)))
+            __attribute__((format(printf, 2, 3)))
 #endif
-        ;
+            ;
     // Illegal input: counts it and sets istate -3, or aborts the run after 5.
     void illegalInput(int *istate);
     void allocate(int n, int lenyh);

@@ -21,7 +21,7 @@ struct ModelRhs {
     // The Jacobian df/dx by forward differences that touch only the
     // equations depending on each state, and df/dt for the equations that
     // use "t" (zero elsewhere). jacobian is row-major n x n.
-    template <class Matrix, class Vector>
+    template<class Matrix, class Vector>
     void jacobian(double t, const double *x, Matrix &jacobian, Vector &dfdt);
 
     void checkTimeLimit() const;
@@ -51,7 +51,7 @@ private:
     }
 };
 
-template <class Matrix, class Vector>
+template<class Matrix, class Vector>
 void ModelRhs::jacobian(double t, const double *x, Matrix &jacobian, Vector &dfdt)
 {
     load(t, x);

@@ -46,8 +46,8 @@ SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> 
     ExpressionParser parser(expression);
     parser.parse(system.variableNames());
     if (!parser.errorMessages().isEmpty()) {
-        result.errors << QStringLiteral("<font color=red> Error in simulation valiable expression (")
-                             + expression + "): " + parser.errorMessages().join("<br>") + "</font>";
+        result.errors << QStringLiteral("<font color=red> Error in simulation valiable expression (") +
+                                 expression + "): " + parser.errorMessages().join("<br>") + "</font>";
         return result;
     }
 
@@ -72,7 +72,8 @@ SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> 
         result.values << value;
     }
     if (failed)
-        result.errors << QStringLiteral("<font color=red> Could not evaluate the simulation valiable expression (")
-                             + expression + ")</font>";
+        result.errors << QStringLiteral(
+                                 "<font color=red> Could not evaluate the simulation valiable expression (") +
+                                 expression + ")</font>";
     return result;
 }

@@ -15,12 +15,12 @@ namespace odeint = boost::numeric::odeint;
 namespace ublas = boost::numeric::ublas;
 
 ModelRhs::ModelRhs(const model_ode &m, const QVector<double> &parameters, int timeLimitMs)
-    : model(m),
-      n(m.numStateVariables),
-      values(std::size_t(1 + m.numStateVariables + parameters.size()), 0.0),
-      base(std::size_t(m.numStateVariables), 0.0),
-      start(std::chrono::steady_clock::now()),
-      limit(timeLimitMs)
+    : model(m)
+    , n(m.numStateVariables)
+    , values(std::size_t(1 + m.numStateVariables + parameters.size()), 0.0)
+    , base(std::size_t(m.numStateVariables), 0.0)
+    , start(std::chrono::steady_clock::now())
+    , limit(timeLimitMs)
 {
     std::copy(parameters.begin(), parameters.end(), values.begin() + 1 + n);
 }
@@ -53,8 +53,8 @@ void ModelRhs::derivatives(double t, const double *x, double *dxdt)
 std::vector<std::vector<double>> model_ode::nanRows() const
 {
     return std::vector<std::vector<double>>(
-        std::size_t(observationTimes.size()),
-        std::vector<double>(std::size_t(numStateVariables), std::numeric_limits<double>::quiet_NaN()));
+            std::size_t(observationTimes.size()),
+            std::vector<double>(std::size_t(numStateVariables), std::numeric_limits<double>::quiet_NaN()));
 }
 
 void model_ode::integrateRosenbrock(std::vector<double> &state, double t0, double t1, ModelRhs &rhs)
@@ -63,16 +63,13 @@ void model_ode::integrateRosenbrock(std::vector<double> &state, double t0, doubl
     using Matrix = ublas::matrix<double>;
     State x(state.size());
     std::copy(state.begin(), state.end(), x.begin());
-    auto system = [&rhs](const State &s, State &dsdt, double t) {
-        rhs.derivatives(t, &s[0], &dsdt[0]);
-    };
+    auto system = [&rhs](const State &s, State &dsdt, double t) { rhs.derivatives(t, &s[0], &dsdt[0]); };
     auto jacobian = [&rhs](const State &s, Matrix &j, double t, State &dfdt) {
         rhs.jacobian(t, &s[0], j, dfdt);
     };
-    odeint::integrate_adaptive(
-        odeint::rosenbrock4_controller<odeint::rosenbrock4<double>>(rosenbrockAbsoluteTolerance,
-                                                                    rosenbrockRelativeTolerance),
-        std::make_pair(system, jacobian), x, t0, t1, (t1 - t0) * 0.5);
+    odeint::integrate_adaptive(odeint::rosenbrock4_controller<odeint::rosenbrock4<double>>(
+                                       rosenbrockAbsoluteTolerance, rosenbrockRelativeTolerance),
+                               std::make_pair(system, jacobian), x, t0, t1, (t1 - t0) * 0.5);
     std::copy(x.begin(), x.end(), state.begin());
 }
 
@@ -143,15 +140,13 @@ void lsodaRightHandSide(double t, double *y, double *ydot, void *data)
 
 } // namespace
 
-void model_ode::integrateLsoda(std::vector<double> &state, double t0, double t1, ModelRhs &rhs,
-                               LSODA &solver)
+void model_ode::integrateLsoda(std::vector<double> &state, double t0, double t1, ModelRhs &rhs, LSODA &solver)
 {
     // Every interval is a new problem: a dose may have changed the state.
     int istate = 1;
     double t = t0;
     std::vector<double> yout;
-    solver.lsoda_update(lsodaRightHandSide, state.size(), state, yout, &t, t1, &istate, &rhs,
-                        1e-6, 1e-6);
+    solver.lsoda_update(lsodaRightHandSide, state.size(), state, yout, &t, t1, &istate, &rhs, 1e-6, 1e-6);
     std::copy(yout.begin() + 1, yout.end(), state.begin());
 }
 

@@ -36,11 +36,11 @@ public:
 
     // The schedule: the sorted, distinct time grid and what happens on it.
     QVector<double> timePoints;
-    QVector<int> observationTimeIndex;           // per observation record, -1 off the grid
-    QVector<QVector<double>> bolusDose;          // per grid point, per state
-    QVector<QVector<double>> setValue;           // per grid point, per state; NaN = not set
-    QVector<QVector<int>> infusionCompartments;  // per interval (i-1, i), entry i
-    QVector<QVector<double>> infusionRates;      // parallel to infusionCompartments
+    QVector<int> observationTimeIndex;          // per observation record, -1 off the grid
+    QVector<QVector<double>> bolusDose;         // per grid point, per state
+    QVector<QVector<double>> setValue;          // per grid point, per state; NaN = not set
+    QVector<QVector<int>> infusionCompartments; // per interval (i-1, i), entry i
+    QVector<QVector<double>> infusionRates;     // parallel to infusionCompartments
     bool hasParameterDependentEvents = false;
     QStringList errorMessages;
 
@@ -86,8 +86,7 @@ public:
 private:
     std::vector<std::vector<double>> nanRows() const;
     void integrateRosenbrock(std::vector<double> &state, double t0, double t1, ModelRhs &rhs);
-    void integrateLsoda(std::vector<double> &state, double t0, double t1, ModelRhs &rhs,
-                        LSODA &solver);
+    void integrateLsoda(std::vector<double> &state, double t0, double t1, ModelRhs &rhs, LSODA &solver);
 
     long m_rhsEvaluations = 0;
 };

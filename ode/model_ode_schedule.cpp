@@ -8,10 +8,10 @@
 
 model_ode::model_ode(const OdeSystemText &system, const QVector<DoseEvent> &doses,
                      const QVector<ObservationEvent> &observations)
-    : numStateVariables(system.numStateVariables()),
-      rightHandSides(system.parsers),
-      doseEvents(doses),
-      numParameters(system.parameterNames.size())
+    : numStateVariables(system.numStateVariables())
+    , rightHandSides(system.parsers)
+    , doseEvents(doses)
+    , numParameters(system.parameterNames.size())
 {
     for (const ObservationEvent &observation : observations)
         observationTimes << observation.time;
@@ -86,7 +86,8 @@ void model_ode::buildSchedule(const QVector<double> &parameters)
             } else if (d < 0 && d != DoseDuration::SetValue) {
                 // Once per interval, as the check sits in the interval loop.
                 errorMessages << QStringLiteral("Error on %1th dose event: Infusion administration "
-                                                "duration cannot be less than 0.").arg(k + 1);
+                                                "duration cannot be less than 0.")
+                                         .arg(k + 1);
             }
         }
     }

@@ -83,8 +83,8 @@ ProjectModel loadProjectModel(const QString &folder)
     if (!readCells(dir + "dose_events.txt", doseCells)) {
         missing("dose_events.txt");
     } else {
-        const DoseTableResult doses = readDoseTable(doseCells, DoseTable::Estimation, model.system,
-                                                    model.referenceParameters);
+        const DoseTableResult doses =
+                readDoseTable(doseCells, DoseTable::Estimation, model.system, model.referenceParameters);
         model.doseEvents = doses.events;
         model.errors << doses.errors;
     }
@@ -93,8 +93,8 @@ ProjectModel loadProjectModel(const QString &folder)
     if (!readCells(dir + "observations.txt", observationCells)) {
         missing("observations.txt");
     } else {
-        const ObservationTableResult observations = readObservationTable(
-            observationCells, model.system, model.referenceParameters);
+        const ObservationTableResult observations =
+                readObservationTable(observationCells, model.system, model.referenceParameters);
         model.observations = observations.events;
         model.errors << observations.errors;
         for (const ObservationEvent &event : qAsConst(model.observations))

@@ -21,18 +21,17 @@ struct FunctionToken {
 };
 
 const FunctionToken kFunctions[] = {
-    {"EXP", "exp", "np.exp"},       {"LOG", "log", "np.log"},       {"LOG10", "log10", "np.log10"},
-    {"ABS", "abs", "np.abs"},       {"SIGN", "sign", "np.sign"},    {"SQRT", "sqrt", "np.sqrt"},
-    {"SIN", "sin", "np.sin"},       {"COS", "cos", "np.cos"},       {"TAN", "tan", "np.tan"},
-    {"ASIN", "asin", "np.arcsin"},  {"ACOS", "acos", "np.arccos"},  {"ATAN", "atan", "np.arctan"},
-    {"LN", "log", "np.log"},
+        {"EXP", "exp", "np.exp"},      {"LOG", "log", "np.log"},      {"LOG10", "log10", "np.log10"},
+        {"ABS", "abs", "np.abs"},      {"SIGN", "sign", "np.sign"},   {"SQRT", "sqrt", "np.sqrt"},
+        {"SIN", "sin", "np.sin"},      {"COS", "cos", "np.cos"},      {"TAN", "tan", "np.tan"},
+        {"ASIN", "asin", "np.arcsin"}, {"ACOS", "acos", "np.arccos"}, {"ATAN", "atan", "np.arctan"},
+        {"LN", "log", "np.log"},
 };
 
 bool isOperatorChar(QChar c)
 {
-    return c == QLatin1Char('^') || c == QLatin1Char('*') || c == QLatin1Char('/')
-        || c == QLatin1Char('+') || c == QLatin1Char('-') || c == QLatin1Char('(')
-        || c == QLatin1Char(')');
+    return c == QLatin1Char('^') || c == QLatin1Char('*') || c == QLatin1Char('/') || c == QLatin1Char('+') ||
+           c == QLatin1Char('-') || c == QLatin1Char('(') || c == QLatin1Char(')');
 }
 
 // Replaces every function name that stands directly before "(" as a whole
@@ -55,8 +54,7 @@ QString replaceFunctions(const QString &text, ScriptLanguage language)
         if (end < text.size() && text[end] == QLatin1Char('(')) {
             for (const FunctionToken &f : kFunctions) {
                 if (name.compare(QLatin1String(f.name), Qt::CaseInsensitive) == 0) {
-                    replacement = QLatin1String(language == ScriptLanguage::Python ? f.python
-                                                                                   : f.rAndMatlab);
+                    replacement = QLatin1String(language == ScriptLanguage::Python ? f.python : f.rAndMatlab);
                     break;
                 }
             }
@@ -110,8 +108,8 @@ QString groupPowersRight(const QString &text)
                 operand += text.mid(end);
                 end = text.size();
             } else {
-                operand += QLatin1Char('(') + groupPowersRight(text.mid(end + 1, close - end - 1))
-                    + QLatin1Char(')');
+                operand += QLatin1Char('(') + groupPowersRight(text.mid(end + 1, close - end - 1)) +
+                           QLatin1Char(')');
                 end = close + 1;
             }
         }
@@ -123,8 +121,8 @@ QString groupPowersRight(const QString &text)
     for (int k = 0; k < items.size();) {
         // A chain operand ^ operand ^ ... starting at k.
         int last = k;
-        while (!items[k].isOperator && last + 2 < items.size() && items[last + 1].isOperator
-               && items[last + 1].text == QLatin1String("^") && !items[last + 2].isOperator)
+        while (!items[k].isOperator && last + 2 < items.size() && items[last + 1].isOperator &&
+               items[last + 1].text == QLatin1String("^") && !items[last + 2].isOperator)
             last += 2;
         if (last - k >= 4) { // three or more operands
             QString grouped = items[last].text;
@@ -205,12 +203,14 @@ QString rParameterBlock(const ScriptTransformation &g, const ScriptParameterSour
         if (source.finalIteration >= 0) {
             s += QStringLiteral("# The best point (smallest SSR) of the final iteration's cluster.\n"
                                 "X_final=as.matrix(read.csv(paste0(currentDir,\"%1\"), header=FALSE))\n"
-                                "SSR_final=as.numeric(as.matrix(read.csv(paste0(currentDir,\"%2\"), header=FALSE))[1,])\n"
+                                "SSR_final=as.numeric(as.matrix(read.csv(paste0(currentDir,\"%2\"), "
+                                "header=FALSE))[1,])\n"
                                 "x_best=as.numeric(X_final[which.min(SSR_final),])\n")
-                     .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
+                         .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
         } else {
             s += QStringLiteral("# No stored result: the midpoints of the domains of interest.\n"
-                                "x_best=c(%1)\n").arg(numberList(source.x));
+                                "x_best=c(%1)\n")
+                         .arg(numberList(source.x));
         }
         for (int k = 1; k <= m; ++k)
             s += QStringLiteral("x%1=x_best[%1]\n").arg(k);
@@ -241,17 +241,18 @@ QString pythonParameterBlock(const ScriptTransformation &g, const ScriptParamete
                                 "# The best point: the smallest SSR (NaN marks a failed point).\n"
                                 "best = min((v, i) for i, v in enumerate(SSR) if v == v)[1]\n"
                                 "x_best = [float(v) for v in X[best]]\n")
-                     .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
+                         .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
         } else {
             s += QStringLiteral("# No stored result: the midpoints of the domains of interest.\n"
-                                "x_best = [%1]\n").arg(numberList(source.x));
+                                "x_best = [%1]\n")
+                         .arg(numberList(source.x));
         }
         for (int k = 1; k <= m; ++k)
             s += QStringLiteral("x%1 = x_best[%2]\n").arg(k).arg(k - 1);
     }
     for (int p = 0; p < g.parameterNames.size(); ++p)
-        s += g.parameterNames[p] + QLatin1Char('=')
-            + translateExpression(g.expressions[p], ScriptLanguage::Python) + '\n';
+        s += g.parameterNames[p] + QLatin1Char('=') +
+             translateExpression(g.expressions[p], ScriptLanguage::Python) + '\n';
     return s;
 }
 
@@ -268,28 +269,29 @@ QString matlabParameterBlock(const ScriptTransformation &g, const ScriptParamete
                                 "SSR_final = csvread([currentDir '%2']);\n"
                                 "[~, best] = min(SSR_final);\n"
                                 "x_best = X_final(best, :);\n")
-                     .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
+                         .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
         } else {
             s += QStringLiteral("% No stored result: the midpoints of the domains of interest.\n"
-                                "x_best = [%1];\n").arg(numberList(source.x));
+                                "x_best = [%1];\n")
+                         .arg(numberList(source.x));
         }
         for (int k = 1; k <= m; ++k)
             s += QStringLiteral("x%1 = x_best(%1);\n").arg(k);
     }
     for (int p = 0; p < g.parameterNames.size(); ++p)
-        s += g.parameterNames[p] + QLatin1Char('=')
-            + translateExpression(g.expressions[p], ScriptLanguage::Matlab) + ";\n";
-    s += QStringLiteral("global parameters\nparameters = [") + g.parameterNames.join(QStringLiteral(", "))
-        + "];";
+        s += g.parameterNames[p] + QLatin1Char('=') +
+             translateExpression(g.expressions[p], ScriptLanguage::Matlab) + ";\n";
+    s += QStringLiteral("global parameters\nparameters = [") + g.parameterNames.join(QStringLiteral(", ")) +
+         "];";
     return s;
 }
 
 QString matlabParameterFunction(const QStringList &parameterNames)
 {
-    QString s = QStringLiteral("\n\nfunction [") + parameterNames.join(QStringLiteral(", "))
-        + QStringLiteral("] = parameterValues()\n"
-                         "% The model parameters that matlab_ODE converted from the cluster.\n"
-                         "global parameters\n");
+    QString s = QStringLiteral("\n\nfunction [") + parameterNames.join(QStringLiteral(", ")) +
+                QStringLiteral("] = parameterValues()\n"
+                               "% The model parameters that matlab_ODE converted from the cluster.\n"
+                               "global parameters\n");
     for (int p = 0; p < parameterNames.size(); ++p)
         s += QStringLiteral("%1 = parameters(%2);\n").arg(parameterNames[p]).arg(p + 1);
     s += QStringLiteral("end");
@@ -304,32 +306,35 @@ QString rOdeScript(const OdeSystemText &system, const QString &parameterBlock)
     QString s = QStringLiteral("library('deSolve')\nsource('rscript_translationFunctions.R')\n\n");
     s += parameterBlock + QStringLiteral("\n\n");
 
-    s += QStringLiteral(
-        "dose_event_raw=(read.csv(paste0(currentDir,\"/model/dose_events.txt\",sep=\"\"), header=FALSE)) \n"
-        "dose_event=dose_event_raw[!is.na(dose_event_raw$V1)&!is.na(dose_event_raw$V2)&!is.na(dose_event_raw$V3)&!is.na(dose_event_raw$V4),]\n"
-        "dose_time=dose_event$V1\n"
-        "obs_event_raw=(read.csv(paste0(currentDir,\"/model/observations.txt\",sep=\"\"), header=FALSE))\n"
-        "obs_event=obs_event_raw[!is.na(obs_event_raw$V1)&!is.na(obs_event_raw$V2)&!is.na(obs_event_raw$V3),]\n"
-        "obs_time=unique(as.numeric(obs_event$V1))\n"
-        // The closing parenthesis of sort() is needed for the script to parse.
-        "timeDiv=sort(c(unique(dose_time),max(obs_time)))\n");
+    s += QStringLiteral("dose_event_raw=(read.csv(paste0(currentDir,\"/model/dose_events.txt\",sep=\"\"), "
+                        "header=FALSE)) \n"
+                        "dose_event=dose_event_raw[!is.na(dose_event_raw$V1)&!is.na(dose_event_raw$V2)&!is."
+                        "na(dose_event_raw$V3)&!is.na(dose_event_raw$V4),]\n"
+                        "dose_time=dose_event$V1\n"
+                        "obs_event_raw=(read.csv(paste0(currentDir,\"/model/observations.txt\",sep=\"\"), "
+                        "header=FALSE))\n"
+                        "obs_event=obs_event_raw[!is.na(obs_event_raw$V1)&!is.na(obs_event_raw$V2)&!is.na("
+                        "obs_event_raw$V3),]\n"
+                        "obs_time=unique(as.numeric(obs_event$V1))\n"
+                        // The closing parenthesis of sort() is needed for the script to parse.
+                        "timeDiv=sort(c(unique(dose_time),max(obs_time)))\n");
     s += QStringLiteral("\n\n");
 
     s += QStringLiteral("RHS<-function(t, state, parameters_infRate) {\n"
                         "with(as.list(c(state, parameters_infRate)),{\n");
     for (int i = 0; i < states.size(); ++i)
-        s += QLatin1Char('d') + states[i] + QLatin1Char('=')
-            + translateExpression(system.rightHandSides.value(i), ScriptLanguage::R)
-            + QStringLiteral("+infRate_") + states[i] + QLatin1Char('\n');
-    s += QStringLiteral("list(c(") + prefixed(QStringLiteral("d"), states).join(QStringLiteral(", "))
-        + QStringLiteral("))\n})\n}");
+        s += QLatin1Char('d') + states[i] + QLatin1Char('=') +
+             translateExpression(system.rightHandSides.value(i), ScriptLanguage::R) +
+             QStringLiteral("+infRate_") + states[i] + QLatin1Char('\n');
+    s += QStringLiteral("list(c(") + prefixed(QStringLiteral("d"), states).join(QStringLiteral(", ")) +
+         QStringLiteral("))\n})\n}");
     s += QStringLiteral("\n\n");
 
     s += QStringLiteral("# ===Initialise infusion rate vector===\n"
                         "#MODIFY line below to define any infusion administration\n"
-                        "infusionRate=c(")
-        + prefixed(QStringLiteral("infRate_"), states).join(QStringLiteral("=0, \n"))
-        + QStringLiteral("=0)\n\nparameters_infRate=c(parameters,infusionRate)\n\n");
+                        "infusionRate=c(") +
+         prefixed(QStringLiteral("infRate_"), states).join(QStringLiteral("=0, \n")) +
+         QStringLiteral("=0)\n\nparameters_infRate=c(parameters,infusionRate)\n\n");
     s += QStringLiteral("\n\n");
 
     s += QStringLiteral("# ===Initialise state vector (ODE variables)===\n"
@@ -339,25 +344,27 @@ QString rOdeScript(const OdeSystemText &system, const QString &parameterBlock)
         s += states[i] + (i + 1 < states.size() ? QStringLiteral("=0,") : QStringLiteral("=0)\n"));
 
     s += QStringLiteral(
-        "out=NULL\n"
-        "for(i in seq(1,length(timeDiv)-1)){\n"
-        "dose_event_subset=subset(dose_event,V1==timeDiv[i])\n"
-        "eval(parse(text = paste(paste0(\"state['\",dose_event_subset$V2,\"']=\",\"state['\",dose_event_subset$V2,\"']+\",dose_event_subset$V3),collapse = '\n')))\n"
-        "times=sort(c(timeDiv[i], obs_time[obs_time>timeDiv[i]&obs_time<timeDiv[i+1]],timeDiv[i+1]))\n"
-        "out_new <- ode(y = state, times = times, func = RHS, parms = parameters_infRate)\n"
-        "state=out_new[dim(out_new)[1],2:dim(out_new)[2]]\n"
-        "out=rbind(out, out_new[2:dim(out_new)[1],])\n"
-        "}\n"
-        "y=rep(NA, dim(obs_event)[1])\n"
-        "for(i in seq(1,length(obs_time))){\n"
-        "out_atTime=out[out[,'time']==obs_time[i],]\n"
-        "eval(parse(text = paste(paste(names(out_atTime),'=',as.numeric(out_atTime)),collapse = '\n')))\n"
-        "for(j in seq(1,length(y))){\n"
-        "if(obs_event[j,1]==obs_time[i]){\n"
-        "y[j]=eval(parse(text = as.character(obs_event[j,2])))\n"
-        "}\n"
-        "}\n"
-        "}\n");
+            "out=NULL\n"
+            "for(i in seq(1,length(timeDiv)-1)){\n"
+            "dose_event_subset=subset(dose_event,V1==timeDiv[i])\n"
+            "eval(parse(text = "
+            "paste(paste0(\"state['\",dose_event_subset$V2,\"']=\",\"state['\",dose_event_subset$V2,\"']+\","
+            "dose_event_subset$V3),collapse = '\n')))\n"
+            "times=sort(c(timeDiv[i], obs_time[obs_time>timeDiv[i]&obs_time<timeDiv[i+1]],timeDiv[i+1]))\n"
+            "out_new <- ode(y = state, times = times, func = RHS, parms = parameters_infRate)\n"
+            "state=out_new[dim(out_new)[1],2:dim(out_new)[2]]\n"
+            "out=rbind(out, out_new[2:dim(out_new)[1],])\n"
+            "}\n"
+            "y=rep(NA, dim(obs_event)[1])\n"
+            "for(i in seq(1,length(obs_time))){\n"
+            "out_atTime=out[out[,'time']==obs_time[i],]\n"
+            "eval(parse(text = paste(paste(names(out_atTime),'=',as.numeric(out_atTime)),collapse = '\n')))\n"
+            "for(j in seq(1,length(y))){\n"
+            "if(obs_event[j,1]==obs_time[i]){\n"
+            "y[j]=eval(parse(text = as.character(obs_event[j,2])))\n"
+            "}\n"
+            "}\n"
+            "}\n");
     return s;
 }
 
@@ -369,8 +376,8 @@ QString rLastStateBlock(const QStringList &stateVariableNames)
                                "state <- c(");
     for (int i = 0; i < stateVariableNames.size(); ++i) {
         const QString &name = stateVariableNames[i];
-        s += name + QStringLiteral("=out[timeIndex,'") + name
-            + (i + 1 < stateVariableNames.size() ? QStringLiteral("'],") : QStringLiteral("']) \n"));
+        s += name + QStringLiteral("=out[timeIndex,'") + name +
+             (i + 1 < stateVariableNames.size() ? QStringLiteral("'],") : QStringLiteral("']) \n"));
     }
     return s;
 }
@@ -379,8 +386,8 @@ QString rTranslationFunctionsScript()
 {
     QString s;
     for (const FunctionToken &f : kFunctions)
-        s += QLatin1String(f.name) + QStringLiteral("<- function(x_in){\n return(")
-            + QLatin1String(f.rAndMatlab) + QStringLiteral("(x_in))}\n\n");
+        s += QLatin1String(f.name) + QStringLiteral("<- function(x_in){\n return(") +
+             QLatin1String(f.rAndMatlab) + QStringLiteral("(x_in))}\n\n");
     return s;
 }
 
@@ -393,32 +400,33 @@ QString pythonOdeScript(const OdeSystemText &system, const QString &parameterBlo
     QString s = QStringLiteral("import scipy.integrate as integrate\nimport numpy as np\nimport csv\n\n\n");
     s += parameterBlock + QStringLiteral("\n\n");
 
-    s += QStringLiteral("def diff_op(y, t,para):\n\t") + pythonTargets(states) + QStringLiteral(" = y\n\t")
-        + pythonTargets(paraNames) + QStringLiteral(" = para\n\n\t");
+    s += QStringLiteral("def diff_op(y, t,para):\n\t") + pythonTargets(states) + QStringLiteral(" = y\n\t") +
+         pythonTargets(paraNames) + QStringLiteral(" = para\n\n\t");
     QStringList outputs;
     for (int i = 0; i < states.size(); ++i) {
         const QString out = QStringLiteral("out_%1").arg(i);
         outputs << out;
-        s += out + QLatin1Char('=')
-            + translateExpression(system.rightHandSides.value(i), ScriptLanguage::Python)
-            + QStringLiteral("+infRate_") + states[i] + QStringLiteral(";\n\t");
+        s += out + QLatin1Char('=') +
+             translateExpression(system.rightHandSides.value(i), ScriptLanguage::Python) +
+             QStringLiteral("+infRate_") + states[i] + QStringLiteral(";\n\t");
     }
     s += QStringLiteral("\n\treturn [") + outputs.join(QStringLiteral(", ")) + QLatin1Char(']');
 
     s += QStringLiteral("\n\n# ===== specify initial condition (bolus dose) here =====\ny_init=[\n");
     for (int i = 0; i < states.size(); ++i)
-        s += QStringLiteral("0, # ") + states[i]
-            + (i + 1 < states.size() ? QStringLiteral("\n") : QStringLiteral("\n]"));
+        s += QStringLiteral("0, # ") + states[i] +
+             (i + 1 < states.size() ? QStringLiteral("\n") : QStringLiteral("\n]"));
 
-    s += QStringLiteral("\n\n# ===== specify infusion dose here =====\n") + pythonTargets(infusionNames)
-        + QStringLiteral("=[\n");
+    s += QStringLiteral("\n\n# ===== specify infusion dose here =====\n") + pythonTargets(infusionNames) +
+         QStringLiteral("=[\n");
     for (const QString &name : infusionNames)
         s += QStringLiteral("0, # ") + name + QLatin1Char('\n');
     s += QLatin1Char(']');
 
-    s += QStringLiteral("\npara=[") + paraNames.join(QStringLiteral(", "))
-        + QStringLiteral("]\n\n# ===== specify the observation time here =====\n"
-                         "time = np.linspace(0,24,49) # e.g., solve for time 0 to 24 and divided by 48 intervals");
+    s += QStringLiteral("\npara=[") + paraNames.join(QStringLiteral(", ")) +
+         QStringLiteral(
+                 "]\n\n# ===== specify the observation time here =====\n"
+                 "time = np.linspace(0,24,49) # e.g., solve for time 0 to 24 and divided by 48 intervals");
     s += QStringLiteral("\n\nsol = integrate.odeint(diff_op, y_init ,time, args=(para,))\n\n");
     for (int i = 0; i < states.size(); ++i)
         s += states[i] + QStringLiteral("=sol[:,") + QString::number(i) + QStringLiteral("]\n");
@@ -430,14 +438,14 @@ QString matlabOdeScript(const OdeSystemText &system, const QString &parameterBlo
 {
     const QStringList &states = system.stateVariableNames;
     const QString globalInfusion =
-        QStringLiteral("\nglobal ") + prefixed(QStringLiteral("infRate_"), states).join(QLatin1Char(' '));
+            QStringLiteral("\nglobal ") + prefixed(QStringLiteral("infRate_"), states).join(QLatin1Char(' '));
 
     QString s = QStringLiteral("function matlab_ODE()\n\n");
     s += parameterBlock + QStringLiteral("\n\n");
 
     s += QStringLiteral("% ===Initialise infusion rate vector===\n"
-                        "%MODIFY lines below to define any infusion administration\n")
-        + globalInfusion + QLatin1Char('\n');
+                        "%MODIFY lines below to define any infusion administration\n") +
+         globalInfusion + QLatin1Char('\n');
     for (const QString &name : states)
         s += QStringLiteral("infRate_") + name + QStringLiteral("=0;\n");
     s += QStringLiteral("\n\n");
@@ -458,13 +466,13 @@ QString matlabOdeScript(const OdeSystemText &system, const QString &parameterBlo
     for (int i = 0; i < states.size(); ++i)
         s += QStringLiteral("\n%1 = u(%2);").arg(states[i]).arg(i + 1);
     if (!system.parameterNames.isEmpty())
-        s += QStringLiteral("\n[") + system.parameterNames.join(QStringLiteral(", "))
-            + QStringLiteral("] = parameterValues();");
+        s += QStringLiteral("\n[") + system.parameterNames.join(QStringLiteral(", ")) +
+             QStringLiteral("] = parameterValues();");
     s += globalInfusion;
     for (int i = 0; i < states.size(); ++i)
-        s += QStringLiteral("\nout(%1)=").arg(i + 1)
-            + translateExpression(system.rightHandSides.value(i), ScriptLanguage::Matlab)
-            + QStringLiteral("+infRate_") + states[i] + QLatin1Char(';');
+        s += QStringLiteral("\nout(%1)=").arg(i + 1) +
+             translateExpression(system.rightHandSides.value(i), ScriptLanguage::Matlab) +
+             QStringLiteral("+infRate_") + states[i] + QLatin1Char(';');
     s += QStringLiteral("\nout=out';\n\nend");
     return s;
 }
@@ -474,12 +482,13 @@ QString rCompartmentDiagramScript(const OdeSystemText &system)
     const QStringList &states = system.stateVariableNames;
     const auto &matrix = system.dependencyMatrix;
     QString s = QStringLiteral(
-        "library(DiagrammeR)\n\n"
-        "# See the Graphviz dot guide (https://graphviz.org/pdf/dotguide.pdf) for the syntax of grViz\n"
-        "#The location of the compartments in the diagram is algorithmically placed use 'subgraph "
-        "cluster...' definition to reorganise if necessary\n\n"
-        "# Solid lines represent linear diffusions and dotted lines represents nonlinear relationships\n\n"
-        "grViz('digraph boxes_and_circles {\n");
+            "library(DiagrammeR)\n\n"
+            "# See the Graphviz dot guide (https://graphviz.org/pdf/dotguide.pdf) for the syntax of grViz\n"
+            "#The location of the compartments in the diagram is algorithmically placed use 'subgraph "
+            "cluster...' definition to reorganise if necessary\n\n"
+            "# Solid lines represent linear diffusions and dotted lines represents nonlinear "
+            "relationships\n\n"
+            "grViz('digraph boxes_and_circles {\n");
     // Column j is the state the equation of row i depends on: the arrow runs j -> i.
     auto edges = [&](int kind, const QString &ending) {
         for (int j = 0; j < states.size(); ++j)
@@ -552,8 +561,8 @@ ScriptParameterSource storedFinalPoint(const QString &folder, int searchVariable
 ScriptParameterSource domainMidpointSource(const ProjectModel &model)
 {
     ScriptParameterSource source;
-    source.x = applyInverseTransformation(model.gInverse, model.searchVariableCount,
-                                          model.referenceParameters);
+    source.x =
+            applyInverseTransformation(model.gInverse, model.searchVariableCount, model.referenceParameters);
     return source;
 }
 

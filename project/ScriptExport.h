@@ -55,10 +55,7 @@ struct ScriptTexts {
     QString matlab;
     QString rCompartmentDiagram;
 
-    QStringList all() const
-    {
-        return {rOde, rTranslationFunctions, python, matlab, rCompartmentDiagram};
-    }
+    QStringList all() const { return {rOde, rTranslationFunctions, python, matlab, rCompartmentDiagram}; }
 };
 
 // "rscript_ODE.R", "rscript_translationFunctions.R", "python_ODE.py",

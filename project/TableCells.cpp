@@ -20,11 +20,20 @@ void TableCells::setColumnCount(int columnCount)
 
 namespace {
 
-QString cellText(double value) { return QString::number(value, 'g', 6); }
-QString cellText(qint32 value) { return QString::number(value); }
-QString cellText(const QString &value) { return value; }
+QString cellText(double value)
+{
+    return QString::number(value, 'g', 6);
+}
+QString cellText(qint32 value)
+{
+    return QString::number(value);
+}
+QString cellText(const QString &value)
+{
+    return value;
+}
 
-template <typename Matrix>
+template<typename Matrix>
 void fillFromMatrix(TableCells &table, const Matrix &matrix)
 {
     table.setRowCount(matrix.size());
@@ -42,9 +51,18 @@ void fillFromMatrix(TableCells &table, const Matrix &matrix)
 
 } // namespace
 
-void fillTableCells(TableCells &table, const DoubleMatrix &matrix) { fillFromMatrix(table, matrix); }
-void fillTableCells(TableCells &table, const IntMatrix &matrix) { fillFromMatrix(table, matrix); }
-void fillTableCells(TableCells &table, const StringMatrix &matrix) { fillFromMatrix(table, matrix); }
+void fillTableCells(TableCells &table, const DoubleMatrix &matrix)
+{
+    fillFromMatrix(table, matrix);
+}
+void fillTableCells(TableCells &table, const IntMatrix &matrix)
+{
+    fillFromMatrix(table, matrix);
+}
+void fillTableCells(TableCells &table, const StringMatrix &matrix)
+{
+    fillFromMatrix(table, matrix);
+}
 
 StringMatrix tableStringMatrix(const TableCells &table)
 {

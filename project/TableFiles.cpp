@@ -12,7 +12,10 @@ struct TextFileWriter {
     QFile file;
     QTextStream stream;
 
-    explicit TextFileWriter(const QString &path) : file(path) {}
+    explicit TextFileWriter(const QString &path)
+        : file(path)
+    {
+    }
     bool open()
     {
         if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
@@ -24,7 +27,7 @@ struct TextFileWriter {
     }
 };
 
-template <typename Matrix>
+template<typename Matrix>
 void writeMatrix(const QString &path, const Matrix &matrix)
 {
     TextFileWriter writer(path);
@@ -73,7 +76,7 @@ const QString &headerText(const QVector<TableCells::Cell> &headers, int index)
 }
 
 // The rows of the table text; each row is preceded by prefixOfRow(r).
-template <typename Prefix>
+template<typename Prefix>
 void appendTableRows(QString &text, const TableCells &table, Prefix prefixOfRow)
 {
     const int rowCount = table.rowCount();
@@ -120,8 +123,14 @@ DoubleMatrix textToDoubleMatrix(const QString &text)
     return result;
 }
 
-void writeDoubleMatrix(const QString &path, const DoubleMatrix &matrix) { writeMatrix(path, matrix); }
-void writeIntMatrix(const QString &path, const IntMatrix &matrix) { writeMatrix(path, matrix); }
+void writeDoubleMatrix(const QString &path, const DoubleMatrix &matrix)
+{
+    writeMatrix(path, matrix);
+}
+void writeIntMatrix(const QString &path, const IntMatrix &matrix)
+{
+    writeMatrix(path, matrix);
+}
 
 DoubleMatrix readDoubleMatrix(const QString &path)
 {
@@ -141,8 +150,7 @@ QString tableText(const TableCells &table)
     return text;
 }
 
-QString tableTextWithHeaders(const TableCells &table,
-                             const QVector<TableCells::Cell> &horizontalHeaders,
+QString tableTextWithHeaders(const TableCells &table, const QVector<TableCells::Cell> &horizontalHeaders,
                              const QVector<TableCells::Cell> &verticalHeaders)
 {
     QString text = QStringLiteral(" ,");
@@ -150,8 +158,7 @@ QString tableTextWithHeaders(const TableCells &table,
     for (int c = 0; c < table.columnCount(); ++c)
         headers << headerText(horizontalHeaders, c);
     text += headers.join(QLatin1Char(',')) + QLatin1Char('\n');
-    appendTableRows(text, table,
-                    [&](int r) { return headerText(verticalHeaders, r) + QLatin1Char(','); });
+    appendTableRows(text, table, [&](int r) { return headerText(verticalHeaders, r) + QLatin1Char(','); });
     return text;
 }
 
@@ -164,8 +171,7 @@ void writeTableWithHeaders(const QString &path, const TableCells &table,
                            const QVector<TableCells::Cell> &horizontalHeaders,
                            const QVector<TableCells::Cell> &verticalHeaders)
 {
-    writeText(path, tableTextWithHeaders(table, horizontalHeaders, verticalHeaders),
-              "Error, unable to open");
+    writeText(path, tableTextWithHeaders(table, horizontalHeaders, verticalHeaders), "Error, unable to open");
 }
 
 void fillTableFromText(TableCells &table, const QStringList &lines)
@@ -212,8 +218,8 @@ QString labelledColumnsText(const QStringList &columnNames, const DoubleMatrix &
     return text;
 }
 
-void writeLabelledColumns(const QString &path, const QStringList &columnNames,
-                          const DoubleMatrix &columns, const QStringList &rowLabels)
+void writeLabelledColumns(const QString &path, const QStringList &columnNames, const DoubleMatrix &columns,
+                          const QStringList &rowLabels)
 {
     TextFileWriter writer(path);
     if (!writer.open()) {

@@ -33,8 +33,7 @@ QString tableText(const TableCells &table);
 // texts joined by "," and "\n", and every row preceded by its vertical header
 // text and ",". A missing header item (std::nullopt or a list too short for
 // the table) is written as " ".
-QString tableTextWithHeaders(const TableCells &table,
-                             const QVector<TableCells::Cell> &horizontalHeaders,
+QString tableTextWithHeaders(const TableCells &table, const QVector<TableCells::Cell> &horizontalHeaders,
                              const QVector<TableCells::Cell> &verticalHeaders);
 
 // Debug line on failure: "Error, unable to open".
@@ -64,6 +63,5 @@ bool readTable(const QString &path, TableCells &table);
 QString labelledColumnsText(const QStringList &columnNames, const DoubleMatrix &columns,
                             const QStringList &rowLabels = QStringList());
 // Debug line on failure: "Error, unable to save".
-void writeLabelledColumns(const QString &path, const QStringList &columnNames,
-                          const DoubleMatrix &columns,
+void writeLabelledColumns(const QString &path, const QStringList &columnNames, const DoubleMatrix &columns,
                           const QStringList &rowLabels = QStringList());

@@ -75,8 +75,8 @@ model_ode stageModel(const ProjectModel &project, bool rosenbrock)
 
 // Fills the engine as the workbench does before a run; nothing is written
 // to disk (no project folder).
-void configure(ambrel_method &engine, const ProjectModel &project, const DoubleMatrix &cluster,
-               int stage1, int stage2)
+void configure(ambrel_method &engine, const ProjectModel &project, const DoubleMatrix &cluster, int stage1,
+               int stage2)
 {
     engine.evaluator.stage1 = stageModel(project, true);
     engine.evaluator.stage2 = stageModel(project, false);
@@ -84,8 +84,8 @@ void configure(ambrel_method &engine, const ProjectModel &project, const DoubleM
     engine.evaluator.parameterNames = project.system.parameterNames;
     engine.evaluator.observations = project.observations;
     engine.target = project.observedValues;
-    const SearchDomain domain = searchDomain(project.gInverse, project.searchVariableCount,
-                                             project.parameterRows);
+    const SearchDomain domain =
+            searchDomain(project.gInverse, project.searchVariableCount, project.parameterRows);
     engine.domainLower = domain.lower;
     engine.domainUpper = domain.upper;
     engine.numStage1Iterations = stage1;
@@ -145,14 +145,12 @@ struct SignalRecord {
 
 void record(ambrel_method &engine, SignalRecord &seen)
 {
-    QObject::connect(&engine, &ambrel_method::max_modelEval,
-                     [&seen](int v) { seen.maxEvaluations << v; });
+    QObject::connect(&engine, &ambrel_method::max_modelEval, [&seen](int v) { seen.maxEvaluations << v; });
     QObject::connect(&engine, &ambrel_method::additional_modelEval,
                      [&seen](int v) { seen.additionalEvaluations << v; });
     QObject::connect(&engine, &ambrel_method::current_computation_result,
                      [&seen](const compResult &) { ++seen.results; });
-    QObject::connect(&engine, &ambrel_method::calculationCompleted,
-                     [&seen] { ++seen.completed; });
+    QObject::connect(&engine, &ambrel_method::calculationCompleted, [&seen] { ++seen.completed; });
 }
 
 } // namespace
@@ -271,7 +269,8 @@ void TestAmbrelMethod::everyStepIsJudgedByItsOwnSsr()
             const double previous = r.SSR[k - 1][i];
             const PointEvaluation evaluated = engine.evaluator.evaluatePoint(proposals[k][i]);
             const double proposed = ssrOf(evaluated.outputs, engine.target);
-            const QString where = QString("k=%1 i=%2 prev=%3 new=%4").arg(k).arg(i).arg(previous).arg(proposed);
+            const QString where =
+                    QString("k=%1 i=%2 prev=%3 new=%4").arg(k).arg(i).arg(previous).arg(proposed);
             if (!(proposed > previous || std::isnan(proposed))) {
                 ++accepted;
                 ++improved;
@@ -392,10 +391,9 @@ void TestAmbrelMethod::failedPointsAndTheUpperQuartile()
     QCOMPARE(r.log.first(), QString("Only 3 out of 4 model evaluations were successful"));
     const QVector<QStringList> blocks = iterationBlocks(r.log);
     QCOMPARE(blocks.size(), 3);
-    QCOMPARE(blocks[0].mid(4, 6), (QStringList{"===Current Cluster Stat===", "min: 23.04",
-                                               "1/4 percentile: 27.04", "median: 31.36",
-                                               "3/4 percentile: NaN",
-                                               "number of improved points: 3/4"}));
+    QCOMPARE(blocks[0].mid(4, 6),
+             (QStringList{"===Current Cluster Stat===", "min: 23.04", "1/4 percentile: 27.04",
+                          "median: 31.36", "3/4 percentile: NaN", "number of improved points: 3/4"}));
     const double replaced = r.X[0][3][0];
     QVERIFY(replaced >= 1.5 && replaced < 2.0);
     for (int k = 0; k < 3; ++k) {
@@ -420,8 +418,7 @@ void TestAmbrelMethod::abortAtIterationZero()
     engine.run();
 
     const compResult &r = engine.result;
-    QVERIFY(r.X.isEmpty() && r.Y.isEmpty() && r.SSR.isEmpty() && r.lambda.isEmpty()
-            && r.Parameter.isEmpty());
+    QVERIFY(r.X.isEmpty() && r.Y.isEmpty() && r.SSR.isEmpty() && r.lambda.isEmpty() && r.Parameter.isEmpty());
     QCOMPARE(seen.additionalEvaluations, QVector<int>{5});
     QCOMPARE(seen.results, 0);
     QCOMPARE(seen.completed, 1);
@@ -574,8 +571,8 @@ void TestAmbrelMethod::endToEndOralAbsorption()
     const ProjectModel project = loadProjectModel(AMBREL_EXAMPLES_DIR "/oral-absorption");
     QVERIFY2(project.isValid(), qPrintable(project.errors.join("; ")));
     QCOMPARE(project.system.parameterNames, (QStringList{"CL", "V", "ka"}));
-    const SearchDomain domain = searchDomain(project.gInverse, project.searchVariableCount,
-                                             project.parameterRows);
+    const SearchDomain domain =
+            searchDomain(project.gInverse, project.searchVariableCount, project.parameterRows);
     std::mt19937_64 generator(20240611);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
     const int n = 250;
@@ -608,8 +605,13 @@ void TestAmbrelMethod::endToEndOralAbsorption()
     for (const QVector<double> &parameters : r.Parameter.last())
         near += nearest(parameters) < 0.02 ? 1 : 0;
     const QString summary = QString("best CL=%1 V=%2 ka=%3 (SSR %4), %5 of %6 points within 2%, %7 ms")
-                                .arg(best[0]).arg(best[1]).arg(best[2])
-                                .arg(r.SSR.last()[r.sortIndex.first()]).arg(near).arg(n).arg(elapsed);
+                                    .arg(best[0])
+                                    .arg(best[1])
+                                    .arg(best[2])
+                                    .arg(r.SSR.last()[r.sortIndex.first()])
+                                    .arg(near)
+                                    .arg(n)
+                                    .arg(elapsed);
     qWarning("%s", qPrintable(summary));
     QVERIFY2(nearest(best) < 0.02, qPrintable(summary));
     QVERIFY2(near >= n / 2, qPrintable(summary));

@@ -47,7 +47,8 @@ void TestBatchTool::invalidInputExitsWithStatus2()
     QCOMPARE(o.exitCode, 2);
     o = batch({"run", dir.path() + "/missing"});
     QCOMPARE(o.exitCode, 2);
-    o = batch({"simulate", project, "--expression", "Ac/V", "--times", "0:1:2", "--parameters", "CL=4,V=40,kx=1"});
+    o = batch({"simulate", project, "--expression", "Ac/V", "--times", "0:1:2", "--parameters",
+               "CL=4,V=40,kx=1"});
     QCOMPARE(o.exitCode, 2);
     QVERIFY(o.err.contains("Unknown parameter name: kx"));
 
@@ -67,8 +68,8 @@ void TestBatchTool::runFindsTheOralParametersAndSimulates()
 {
     QTemporaryDir dir;
     const QString project = copyExample(dir, "oral-absorption");
-    const Outcome run = batch({"run", project, "--stage1-iterations", "15", "--stage2-iterations", "3",
-                               "--points", "60"});
+    const Outcome run = batch(
+            {"run", project, "--stage1-iterations", "15", "--stage2-iterations", "3", "--points", "60"});
     QCOMPARE(run.exitCode, 0);
     QVERIFY(QFile::exists(project + "/model/initial_cluster.txt"));
     QVERIFY(QFile::exists(project + "/compResult/X_17.csv"));
@@ -77,8 +78,8 @@ void TestBatchTool::runFindsTheOralParametersAndSimulates()
     QCOMPARE(run.out.count("iteration "), 18);
 
     // Parameters default to the stored best point: the curve is reproduced.
-    const Outcome sim = batch({"simulate", project, "--expression", "Ac/V", "--expression", "Ag",
-                               "--times", "4,2"});
+    const Outcome sim =
+            batch({"simulate", project, "--expression", "Ac/V", "--expression", "Ag", "--times", "4,2"});
     QCOMPARE(sim.exitCode, 0);
     const QStringList lines = sim.out.trimmed().split('\n');
     QCOMPARE(lines.size(), 3);

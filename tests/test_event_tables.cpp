@@ -11,7 +11,7 @@ const QStringList parameterNames{"CL", "V"};
 const QVector<double> parameterValues{2.0, 10.0};
 
 const QString notFound =
-    "Dosing compartment not found.  It should be selected from the following: Depot  Central";
+        "Dosing compartment not found.  It should be selected from the following: Depot  Central";
 
 } // namespace
 
@@ -82,32 +82,31 @@ void EventTablesTest::doseCellErrors_data()
     const DoseTable estimation = DoseTable::Estimation;
     const DoseTable simulation = DoseTable::Simulation;
     QTest::newRow("time")
-        << estimation << DoseColumn::Time << "abc" << 3
-        << "<font color=red> Error in Dosing Table (3th row Time):<br>Could not evaluate the "
-           "expression for the dosage time.</font>";
-    QTest::newRow("compartment")
-        << estimation << DoseColumn::Compartment << "Gut" << 1
-        << "<font color=red> Error in Dosing Table (1th row Compartment):<br>" + notFound + "</font>";
+            << estimation << DoseColumn::Time << "abc" << 3
+            << "<font color=red> Error in Dosing Table (3th row Time):<br>Could not evaluate the "
+               "expression for the dosage time.</font>";
+    QTest::newRow("compartment") << estimation << DoseColumn::Compartment << "Gut" << 1
+                                 << "<font color=red> Error in Dosing Table (1th row Compartment):<br>" +
+                                            notFound + "</font>";
     QTest::newRow("dosage")
-        << estimation << DoseColumn::Dosage << "ka" << 2
-        << "<font color=red> Error in Dosing Table (2th row Dosage):<br>Could not evaluate the "
-           "tree.</font>";
+            << estimation << DoseColumn::Dosage << "ka" << 2
+            << "<font color=red> Error in Dosing Table (2th row Dosage):<br>Could not evaluate the "
+               "tree.</font>";
     QTest::newRow("duration")
-        << estimation << DoseColumn::Duration << "" << 4
-        << "<font color=red> Error in Dosing Table (4th row Duration):<br>Could not evaluate the "
-           "tree.</font>";
+            << estimation << DoseColumn::Duration << "" << 4
+            << "<font color=red> Error in Dosing Table (4th row Duration):<br>Could not evaluate the "
+               "tree.</font>";
     QTest::newRow("simulation duration names its table")
-        << simulation << DoseColumn::Duration << "x" << 2
-        << "<font color=red> Error in Simulation Dosing Table (2th row Duration):<br>Could not "
-           "evaluate the tree.</font>";
+            << simulation << DoseColumn::Duration << "x" << 2
+            << "<font color=red> Error in Simulation Dosing Table (2th row Duration):<br>Could not "
+               "evaluate the tree.</font>";
     QTest::newRow("simulation time does not")
-        << simulation << DoseColumn::Time << "x" << 5
-        << "<font color=red> Error in Dosing Table (5th row Time):<br>Could not evaluate the "
-           "expression for the dosage time.</font>";
-    QTest::newRow("duration -99 is accepted") << estimation << DoseColumn::Duration << "-99" << 1
-                                              << "";
+            << simulation << DoseColumn::Time << "x" << 5
+            << "<font color=red> Error in Dosing Table (5th row Time):<br>Could not evaluate the "
+               "expression for the dosage time.</font>";
+    QTest::newRow("duration -99 is accepted") << estimation << DoseColumn::Duration << "-99" << 1 << "";
     QTest::newRow("negative duration is left to the evaluation")
-        << estimation << DoseColumn::Duration << "-1" << 1 << "";
+            << estimation << DoseColumn::Duration << "-1" << 1 << "";
 }
 
 void EventTablesTest::doseCellErrors()
@@ -119,8 +118,8 @@ void EventTablesTest::doseCellErrors()
     QFETCH(QString, error);
 
     DoseEvent event;
-    const CellCheck check = readDoseCell(event, column, text, rowNumber, table, stateNames,
-                                         parameterNames, parameterValues);
+    const CellCheck check =
+            readDoseCell(event, column, text, rowNumber, table, stateNames, parameterNames, parameterValues);
     QCOMPARE(check.valid, error.isEmpty());
     QCOMPARE(check.error, error);
     if (!check.valid) {
@@ -145,15 +144,15 @@ void EventTablesTest::observationCellErrors_data()
                            << "<font color=red> Error in Observation Table (2th row Value):<br> "
                               "Expression could not be understood.</font>";
     QTest::newRow("variable with unknown name")
-        << ObservationColumn::Variable << "Periph/V" << 1
-        << "<font color=red> Error in Observation Table (1th row Compartment):<br>Variables appear "
-           "in the expression is not provided in the variable_name list.</font>";
+            << ObservationColumn::Variable << "Periph/V" << 1
+            << "<font color=red> Error in Observation Table (1th row Compartment):<br>Variables appear "
+               "in the expression is not provided in the variable_name list.</font>";
     QTest::newRow("empty variable")
-        << ObservationColumn::Variable << "" << 3
-        << "<font color=red> Error in Observation Table (3th row Compartment):<br>Could not "
-           "evaluate the tree.</font>";
+            << ObservationColumn::Variable << "" << 3
+            << "<font color=red> Error in Observation Table (3th row Compartment):<br>Could not "
+               "evaluate the tree.</font>";
     QTest::newRow("variable over states, parameters and time")
-        << ObservationColumn::Variable << "Central/V+0*t" << 1 << "";
+            << ObservationColumn::Variable << "Central/V+0*t" << 1 << "";
 }
 
 void EventTablesTest::observationCellErrors()
@@ -164,8 +163,8 @@ void EventTablesTest::observationCellErrors()
     QFETCH(QString, error);
 
     ObservationEvent event;
-    const CellCheck check = readObservationCell(event, column, text, rowNumber, stateNames,
-                                                parameterNames, parameterValues);
+    const CellCheck check =
+            readObservationCell(event, column, text, rowNumber, stateNames, parameterNames, parameterValues);
     QCOMPARE(check.valid, error.isEmpty());
     QCOMPARE(check.error, error);
 }
@@ -173,13 +172,13 @@ void EventTablesTest::observationCellErrors()
 void EventTablesTest::doseTable()
 {
     const QVector<QStringList> cells{
-        {"0", "Depot", "100", "0", "first dose"},
-        {"", "", "", "", ""}, // a spare row
-        {"12", "central", "CL*50", "-99"},
-        {"24*V", "Central", "abc", "2"},
+            {"0", "Depot", "100", "0", "first dose"},
+            {"", "", "", "", ""}, // a spare row
+            {"12", "central", "CL*50", "-99"},
+            {"24*V", "Central", "abc", "2"},
     };
     const DoseTableResult result =
-        readDoseTable(cells, DoseTable::Estimation, stateNames, parameterNames, parameterValues);
+            readDoseTable(cells, DoseTable::Estimation, stateNames, parameterNames, parameterValues);
 
     QCOMPARE(result.events.size(), 3);
     QCOMPARE(result.rowOfRecord, (QVector<int>{0, 2, 3}));
@@ -202,8 +201,8 @@ void EventTablesTest::doseTable()
     QCOMPARE(third.messages, QStringList{"Could not evaluate the tree."});
 
     QCOMPARE(result.errors,
-             (QStringList{"<font color=red> Error in Dosing Table (3th row Compartment):<br>"
-                              + notFound + "</font>",
+             (QStringList{"<font color=red> Error in Dosing Table (3th row Compartment):<br>" + notFound +
+                                  "</font>",
                           "<font color=red> Error in Dosing Table (4th row Dosage):<br>Could not "
                           "evaluate the tree.</font>"}));
     QCOMPARE(result.notes, (QStringList{"CL*50=100", "24*V=240"}));
@@ -215,12 +214,12 @@ void EventTablesTest::doseTable()
 void EventTablesTest::observationTable()
 {
     const QVector<QStringList> cells{
-        {"2*3", "Central/V", "1.5"},
-        {"8", "Central", "x"},
-        {},
+            {"2*3", "Central/V", "1.5"},
+            {"8", "Central", "x"},
+            {},
     };
     const ObservationTableResult result =
-        readObservationTable(cells, stateNames, parameterNames, parameterValues);
+            readObservationTable(cells, stateNames, parameterNames, parameterValues);
     QCOMPARE(result.events.size(), 2);
     QCOMPARE(result.events[0].time, 6.0);
     QVERIFY(result.events[0].timeIsExpression);
@@ -228,17 +227,15 @@ void EventTablesTest::observationTable()
     QCOMPARE(result.events[0].variableExpression.evaluate(QVector<double>{0, 1, 30, 2, 10}), 3.0);
     QVERIFY(std::isnan(result.events[1].observedValue));
     QCOMPARE(result.notes, QStringList{"2*3=6"});
-    QCOMPARE(result.errors,
-             QStringList{"<font color=red> Error in Observation Table (2th row Value):<br> "
-                         "Expression could not be understood.</font>"});
+    QCOMPARE(result.errors, QStringList{"<font color=red> Error in Observation Table (2th row Value):<br> "
+                                        "Expression could not be understood.</font>"});
 }
 
 void EventTablesTest::reEvaluation()
 {
     const QVector<QStringList> cells{{"0", "Depot", "100", "0"}, {"V", "Depot", "CL*10", "CL"}};
     QVector<DoseEvent> events =
-        readDoseTable(cells, DoseTable::Estimation, stateNames, parameterNames, parameterValues)
-            .events;
+            readDoseTable(cells, DoseTable::Estimation, stateNames, parameterNames, parameterValues).events;
     QVERIFY(!doseEventsDependOnParameters({events[0]}));
     QVERIFY(doseEventsDependOnParameters(events));
 
@@ -256,7 +253,7 @@ void EventTablesTest::reEvaluation()
     OdeSystemText ode("dDepotdt = -ka*Depot\ndCentraldt = ka*Depot - CL/V*Central", "");
     ode.parseOdeSystem();
     QVector<ObservationEvent> observations =
-        readObservationTable({{"CL+1", "Central/V", "ka"}}, ode, {5.0, 1.0, 0.5}).events;
+            readObservationTable({{"CL+1", "Central/V", "ka"}}, ode, {5.0, 1.0, 0.5}).events;
     QCOMPARE(observations[0].observedValue, 0.5);
     evaluateObservationTimes(observations, {4.0, 1.0, 0.5});
     QCOMPARE(observations[0].time, 5.0);

@@ -37,9 +37,27 @@ bool sameDouble(double a, double b)
     return (std::isnan(a) && std::isnan(b)) || a == b;
 }
 
-ExprNode num(double v) { ExprNode n; n.kind = ExprNode::Number; n.value = v; return n; }
-ExprNode var(int i) { ExprNode n; n.kind = ExprNode::Variable; n.value = i; return n; }
-ExprNode op(int code) { ExprNode n; n.kind = ExprNode::Operator; n.value = code; return n; }
+ExprNode num(double v)
+{
+    ExprNode n;
+    n.kind = ExprNode::Number;
+    n.value = v;
+    return n;
+}
+ExprNode var(int i)
+{
+    ExprNode n;
+    n.kind = ExprNode::Variable;
+    n.value = i;
+    return n;
+}
+ExprNode op(int code)
+{
+    ExprNode n;
+    n.kind = ExprNode::Operator;
+    n.value = code;
+    return n;
+}
 
 } // namespace
 
@@ -124,15 +142,24 @@ void TestExpressionParser::postfixShapes_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("shape");
-    QTest::newRow("unary minus at start") << "-x+1" << "0 x - 1 +";
-    QTest::newRow("unary minus in group") << "(-x)" << "0 x - (";
-    QTest::newRow("power right-assoc") << "2^3^2" << "2 3 2 ^ ^";
-    QTest::newRow("division left-assoc") << "8/2/2" << "8 2 / 2 /";
-    QTest::newRow("function group") << "EXP(x*2)" << "x 2 * EXP(";
-    QTest::newRow("LN") << "LN(x)" << "x LN(";
-    QTest::newRow("LOG") << "LOG(x)" << "x LOG(";
-    QTest::newRow("lower-case alias keeps table token") << "exp(x)" << "x EXP(";
-    QTest::newRow("1e-3 is cut at its sign") << "1e-3" << "";
+    QTest::newRow("unary minus at start") << "-x+1"
+                                          << "0 x - 1 +";
+    QTest::newRow("unary minus in group") << "(-x)"
+                                          << "0 x - (";
+    QTest::newRow("power right-assoc") << "2^3^2"
+                                       << "2 3 2 ^ ^";
+    QTest::newRow("division left-assoc") << "8/2/2"
+                                         << "8 2 / 2 /";
+    QTest::newRow("function group") << "EXP(x*2)"
+                                    << "x 2 * EXP(";
+    QTest::newRow("LN") << "LN(x)"
+                        << "x LN(";
+    QTest::newRow("LOG") << "LOG(x)"
+                         << "x LOG(";
+    QTest::newRow("lower-case alias keeps table token") << "exp(x)"
+                                                        << "x EXP(";
+    QTest::newRow("1e-3 is cut at its sign") << "1e-3"
+                                             << "";
 }
 
 void TestExpressionParser::postfixShapes()
@@ -147,8 +174,7 @@ void TestExpressionParser::nameExtraction()
     QCOMPARE(ExpressionParser::extractNames("ka*Ag - CL/V1*Ac + ka"),
              QStringList({"ka", "Ag", "CL", "V1", "Ac"}));
     // The split follows table order: SIN( before ASIN( leaves the name A.
-    QCOMPARE(ExpressionParser::extractNames("ASIN(x)+ACOS(y)+ATAN(z)"),
-             QStringList({"A", "x", "y", "z"}));
+    QCOMPARE(ExpressionParser::extractNames("ASIN(x)+ACOS(y)+ATAN(z)"), QStringList({"A", "x", "y", "z"}));
     // Case-insensitive split: lower-case functions are not names.
     QCOMPARE(ExpressionParser::extractNames("exp(k)*log10(m)"), QStringList({"k", "m"}));
     // Numbers are dropped; a signed exponent leaves the piece 1e.
@@ -223,8 +249,10 @@ void TestExpressionParser::malformedNodeLists_data()
     QTest::newRow("close paren node") << QVector<ExprNode>{num(1), op(101)} << NaN;
     QTest::newRow("unknown function code") << QVector<ExprNode>{num(1), op(150)} << NaN;
     QTest::newRow("unknown binary code") << QVector<ExprNode>{num(1), num(2), op(7)} << NaN;
-    QTest::newRow("operator after value chain") << QVector<ExprNode>{num(2), num(3), op(1), op(102)} << std::exp(6.0);
-    QTest::newRow("trailing operator after full reduction") << QVector<ExprNode>{num(2), num(3), op(1), op(3)} << NaN;
+    QTest::newRow("operator after value chain")
+            << QVector<ExprNode>{num(2), num(3), op(1), op(102)} << std::exp(6.0);
+    QTest::newRow("trailing operator after full reduction")
+            << QVector<ExprNode>{num(2), num(3), op(1), op(3)} << NaN;
 }
 
 void TestExpressionParser::malformedNodeLists()
@@ -243,7 +271,8 @@ void TestExpressionParser::compiledProgramMatchesReduction()
     // Random node lists, well-formed or not, must give bit-identical results
     // through the compiled program and the literal reduction.
     std::mt19937 rng(12345);
-    const int codes[] = {0, 1, 2, 3, 4, 100, 101, 102, 103, 104, 105, 106, 107, 108, 109, 110, 111, 112, 113, 114};
+    const int codes[] = {0,   1,   2,   3,   4,   100, 101, 102, 103, 104,
+                         105, 106, 107, 108, 109, 110, 111, 112, 113, 114};
     const double constants[] = {0.0, -0.0, 1.0, 2.5, -3.0, 0.5, 1e300, NaN, Inf};
     const QVector<double> values{0.7, -1.3, 2.0, 0.0, 4.5};
     int wellFormed = 0;
@@ -267,9 +296,15 @@ void TestExpressionParser::compiledProgramMatchesReduction()
         if (rng() % 3 == 0) {
             const int at = int(rng() % unsigned(nodes.size()));
             switch (rng() % 3) {
-            case 0: nodes.remove(at); break;
-            case 1: nodes.insert(at, op(codes[rng() % 20])); break;
-            default: nodes.insert(at, var(int(rng() % 5))); break;
+            case 0:
+                nodes.remove(at);
+                break;
+            case 1:
+                nodes.insert(at, op(codes[rng() % 20]));
+                break;
+            default:
+                nodes.insert(at, var(int(rng() % 5)));
+                break;
             }
         }
         if (nodes.isEmpty())
@@ -325,8 +360,9 @@ void TestExpressionParser::shortValueVectorRethrows()
 void TestExpressionParser::hostileTextNeverCrashes()
 {
     const QStringList names{"x"};
-    QStringList texts{"((((", "))))", ")(", "*/+-^", "x^^x", "EXP(", "EXP()", "()", "---x",
-                      "x--x", "ç*x", QString::fromUtf8("\xe2\x88\x9a(x)"), "x;y", "x=y", "\n\n"};
+    QStringList texts{"((((",  "))))", ")(",   "*/+-^", "x^^x", "EXP(",
+                      "EXP()", "()",   "---x", "x--x",  "ç*x",  QString::fromUtf8("\xe2\x88\x9a(x)"),
+                      "x;y",   "x=y",  "\n\n"};
     texts << QString(20000, QLatin1Char('(')) + "x" + QString(20000, QLatin1Char(')'));
     texts << QString("x+").repeated(20000) + "x";
     for (const QString &text : texts) {

@@ -79,7 +79,7 @@ void TestInitialCluster::allSuccessful()
     std::mt19937_64 generator(1);
     QTest::ignoreMessage(QtDebugMsg, "sortedtempSSR.size():  4");
     const InitialClusterScreeningResult result =
-        screenInitialCluster(inputWith({3, 1, 4, 2}, 2, evaluation), generator);
+            screenInitialCluster(inputWith({3, 1, 4, 2}, 2, evaluation), generator);
     QCOMPARE(result.logLines, QStringList{only(4, 4)});
     QVERIFY(!result.abortASAP);
     QCOMPARE(result.rounds, 0);
@@ -89,7 +89,7 @@ void TestInitialCluster::allSuccessful()
     // Fewer points than parameters aborts even when every point succeeded.
     QTest::ignoreMessage(QtDebugMsg, "numAlive:  2");
     const InitialClusterScreeningResult tooFew =
-        screenInitialCluster(inputWith({1, 2}, 3, evaluation), generator);
+            screenInitialCluster(inputWith({1, 2}, 3, evaluation), generator);
     QVERIFY(tooFew.abortASAP);
     QCOMPARE(tooFew.logLines,
              QStringList({only(2, 2),
@@ -110,8 +110,7 @@ void TestInitialCluster::exactThresholdsAreRejected_data()
                            << QStringList{only(3, 4), only(4, 4)};
     // Median (index 2 of {1, 2, 5, 1000}) is 5 and stays 5: a new 5 is
     // rejected again, a new 4.9 accepted.
-    QTest::newRow("stricter") << true << QVector<OutputRows>{{{4.9}, {5.0}}, {{3.0}}}
-                              << QVector<int>{2, 1}
+    QTest::newRow("stricter") << true << QVector<OutputRows>{{{4.9}, {5.0}}, {{3.0}}} << QVector<int>{2, 1}
                               << QStringList{only(2, 4), only(3, 4), only(4, 4)};
 }
 

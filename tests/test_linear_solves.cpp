@@ -81,8 +81,7 @@ void TestLinearSolves::leastSquaresSolutions()
 
     // Inconsistent system: the solution of the normal equations.
     const Vector noisy = vectorOf({1.0, -2.0, 3.0, 0.5});
-    const Vector expected = luSolve(ublas::prod(ublas::trans(A), A),
-                                    ublas::prod(ublas::trans(A), noisy));
+    const Vector expected = luSolve(ublas::prod(ublas::trans(A), A), ublas::prod(ublas::trans(A), noisy));
     QVERIFY2(near(cgne(A, noisy), expected), text(cgne(A, noisy)));
 
     // lambda = 0 leaves the normal matrix unchanged.
@@ -101,8 +100,8 @@ void TestLinearSolves::mixedDiagonalRule()
 
     // 4 > 1: multiplied by (lambda + 1); 0.25: lambda added. At exactly 1.0
     // the additive branch is taken, though both give 1 + lambda bit for bit.
-    const Vector expected = vectorOf({g[0] / (4.0 * (lambda + 1.0)), g[1] / (1.0 + lambda),
-                                      g[2] / (0.25 + lambda)});
+    const Vector expected =
+            vectorOf({g[0] / (4.0 * (lambda + 1.0)), g[1] / (1.0 + lambda), g[2] / (0.25 + lambda)});
     QVERIFY2(near(cgneRegularised(A, b, lambda), expected), text(cgneRegularised(A, b, lambda)));
 
     // Per-entry values follow the same rule entry by entry.
@@ -176,14 +175,12 @@ void TestLinearSolves::symmetricEigendecomposition()
         const Vector v = ublas::column(vectors, c);
         QVERIFY(near(ublas::prod(A, v), values[c] * v, 1e-12));
         for (std::size_t d = 0; d < 4; ++d)
-            QVERIFY(std::fabs(ublas::inner_prod(v, Vector(ublas::column(vectors, d)))
-                              - (c == d ? 1.0 : 0.0))
-                    < 1e-12);
+            QVERIFY(std::fabs(ublas::inner_prod(v, Vector(ublas::column(vectors, d))) -
+                              (c == d ? 1.0 : 0.0)) < 1e-12);
     }
     QVERIFY(std::fabs(trace - 8.0) < 1e-12);
 
-    QTest::ignoreMessage(QtDebugMsg,
-                         "Eigendecomposition error: A.size1()= 2 is not equal to A.size2()= 3");
+    QTest::ignoreMessage(QtDebugMsg, "Eigendecomposition error: A.size1()= 2 is not equal to A.size2()= 3");
     QVERIFY(!symmetricEigen(Matrix(2, 3, 1.0), values, vectors));
     QCOMPARE(values.size(), std::size_t(0));
 }

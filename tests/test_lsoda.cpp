@@ -1,8 +1,8 @@
 // LSODA on problems with known solutions, its step limit and switching
 // messages, and its handling of illegal input.
 
-#include "ode/LSODA.h"
 #include "lsoda_test_support.h"
+#include "ode/LSODA.h"
 
 #include <QtTest>
 
@@ -18,10 +18,13 @@ using namespace lsodatest;
 namespace {
 
 // Collects the solver's messages in memory.
-class MessageCapture
-{
+class MessageCapture {
 public:
-    explicit MessageCapture(LSODA &solver) { stream_ = open_memstream(&buffer_, &size_); solver.setMessageStream(stream_); }
+    explicit MessageCapture(LSODA &solver)
+    {
+        stream_ = open_memstream(&buffer_, &size_);
+        solver.setMessageStream(stream_);
+    }
     ~MessageCapture()
     {
         std::fclose(stream_);
@@ -58,8 +61,7 @@ void harmonic(double, double *y, double *ydot, void *data)
 
 } // namespace
 
-class TestLsoda : public QObject
-{
+class TestLsoda : public QObject {
     Q_OBJECT
 
 private slots:
@@ -271,13 +273,14 @@ void TestLsoda::stepTooSmallForTIsWarnedAtMostMxhnilTimes()
     const QString text = messages.text();
     QCOMPARE(text.count("lsoda -- warning..internal t = 1e+18 and h_ = "), 10);
     QCOMPARE(text.count("are\nsuch that in the machine, t + h_ = t on the next step\n"
-                        "solver will continue anyway.\n"), 10);
+                        "solver will continue anyway.\n"),
+             10);
     QCOMPARE(text.count("lsoda -- above warning has been issued 10 times,\n"
-                        "it will not be issued again for this problem\n"), 1);
+                        "it will not be issued again for this problem\n"),
+             1);
 }
 
-struct IllegalCase
-{
+struct IllegalCase {
     std::size_t neq = 1;
     int istate = 1, itask = 1, iopt = 0, jt = 2, itol = 1;
     double rtol = 1e-6, atol = 1e-6, t = 0.0, tout = 1.0;
@@ -293,53 +296,97 @@ void TestLsoda::illegalInputIsReported_data()
     QTest::addColumn<QString>("expected");
     IllegalCase c;
 
-    c = {}; c.istate = 4;
+    c = {};
+    c.istate = 4;
     QTest::newRow("istate") << c << "[lsoda] illegal istate = 4 illegal\n";
-    c = {}; c.itask = 6;
+    c = {};
+    c.itask = 6;
     QTest::newRow("itask") << c << "[lsoda] illegal itask = 6\n";
-    c = {}; c.istate = 2;
+    c = {};
+    c.istate = 2;
     QTest::newRow("not initialised") << c << "[lsoda] istate > 1 but lsoda not initialized\n";
-    c = {}; c.neq = 0;
+    c = {};
+    c.neq = 0;
     QTest::newRow("neq") << c << "[lsoda] neq = 0 is less than 1.\n";
-    c = {}; c.istate = 3; c.neq = 2; c.initialise = true;
+    c = {};
+    c.istate = 3;
+    c.neq = 2;
+    c.initialise = true;
     QTest::newRow("neq increased") << c << "[lsoda] istate = 3 and neq increased\n";
-    c = {}; c.itol = 5;
+    c = {};
+    c.itol = 5;
     QTest::newRow("itol") << c << "[lsoda] itol = 5 illegal\n";
-    c = {}; c.iopt = 2;
+    c = {};
+    c.iopt = 2;
     QTest::newRow("iopt") << c << "[lsoda] iopt = 2 illegal\n";
-    c = {}; c.jt = 3;
+    c = {};
+    c.jt = 3;
     QTest::newRow("jt") << c << "[lsoda] jt = 3 illegal\n";
-    c = {}; c.neq = 2; c.jt = 4; c.iworks = {2, 0, 0, 0, 0, 0, 0};
+    c = {};
+    c.neq = 2;
+    c.jt = 4;
+    c.iworks = {2, 0, 0, 0, 0, 0, 0};
     QTest::newRow("ml") << c << "[lsoda] ml = 2 not between 1 and neq\n";
-    c = {}; c.neq = 2; c.jt = 5; c.iworks = {0, -1, 0, 0, 0, 0, 0};
+    c = {};
+    c.neq = 2;
+    c.jt = 5;
+    c.iworks = {0, -1, 0, 0, 0, 0, 0};
     QTest::newRow("mu") << c << "[lsoda] mu = -1 not between 1 and neq\n";
-    c = {}; c.iopt = 1; c.iworks = {0, 0, 2, 0, 0, 0, 0};
+    c = {};
+    c.iopt = 1;
+    c.iworks = {0, 0, 2, 0, 0, 0, 0};
     QTest::newRow("ixpr") << c << "[lsoda] ixpr = 2 is illegal\n";
-    c = {}; c.iopt = 1; c.rworks = {0.0, 0.0, -1.0, 0.0};
+    c = {};
+    c.iopt = 1;
+    c.rworks = {0.0, 0.0, -1.0, 0.0};
     QTest::newRow("hmax") << c << "[lsoda] hmax < 0.\n";
-    c = {}; c.iopt = 1; c.rworks = {0.0, 0.0, 0.0, -1.0};
+    c = {};
+    c.iopt = 1;
+    c.rworks = {0.0, 0.0, 0.0, -1.0};
     QTest::newRow("hmin") << c << "[lsoda] hmin < 0.\n";
-    c = {}; c.iopt = 1; c.rworks = {0.0, -0.1, 0.0, 0.0};
-    QTest::newRow("h0 against the direction") << c
-        << "[lsoda] tout = 1 behind t = 0. integration direction is given by -0.1\n";
-    c = {}; c.rtol = -1e-6;
+    c = {};
+    c.iopt = 1;
+    c.rworks = {0.0, -0.1, 0.0, 0.0};
+    QTest::newRow("h0 against the direction")
+            << c << "[lsoda] tout = 1 behind t = 0. integration direction is given by -0.1\n";
+    c = {};
+    c.rtol = -1e-6;
     QTest::newRow("rtol") << c << "[lsoda] rtol = -1e-06 is less than 0.\n";
-    c = {}; c.atol = -2.0;
+    c = {};
+    c.atol = -2.0;
     QTest::newRow("atol") << c << "[lsoda] atol = -2 is less than 0.\n";
-    c = {}; c.atol = 0.0; c.neq = 2;
+    c = {};
+    c.atol = 0.0;
+    c.neq = 2;
     QTest::newRow("zero weight") << c << "[lsoda] ewt[2] = 0 <= 0.\n";
-    c = {}; c.t = 1.0; c.tout = std::nextafter(1.0, 2.0);
+    c = {};
+    c.t = 1.0;
+    c.tout = std::nextafter(1.0, 2.0);
     QTest::newRow("tout too close") << c << "[lsoda] tout too close to t to start integration\n";
-    c = {}; c.itask = 4; c.rworks = {0.5, 0.0, 0.0, 0.0};
+    c = {};
+    c.itask = 4;
+    c.rworks = {0.5, 0.0, 0.0, 0.0};
     QTest::newRow("tcrit behind tout") << c << "[lsoda] itask = 4 or 5 and tcrit behind tout\n";
-    c = {}; c.itask = 5; c.rworks = {-1.0, 0.0, 0.0, 0.0}; c.istate = 2; c.initialise = true;
+    c = {};
+    c.itask = 5;
+    c.rworks = {-1.0, 0.0, 0.0, 0.0};
+    c.istate = 2;
+    c.initialise = true;
     QTest::newRow("tcrit behind tcur") << c << "[lsoda] itask = 4 or 5 and tcrit behind tcur\n";
-    c = {}; c.itask = 3; c.istate = 2; c.initialise = true; c.tout = -5.0;
+    c = {};
+    c.itask = 3;
+    c.istate = 2;
+    c.initialise = true;
+    c.tout = -5.0;
     QTest::newRow("tout behind tcur - hu") << c << "[lsoda] itask = 3 and tout behind tcur - hu\n";
-    c = {}; c.istate = 2; c.initialise = true; c.tout = -5.0;
+    c = {};
+    c.istate = 2;
+    c.initialise = true;
+    c.tout = -5.0;
     QTest::newRow("interpolation outside the last step")
-        << c << "intdy -- t = -5 illegal. t not in interval tcur - hu to tcur\n"
-                "[lsoda] trouble from intdy, itask = 1, tout = -5\n";
+            << c
+            << "intdy -- t = -5 illegal. t not in interval tcur - hu to tcur\n"
+               "[lsoda] trouble from intdy, itask = 1, tout = -5\n";
 }
 
 void TestLsoda::illegalInputIsReported()

@@ -2,8 +2,8 @@
 // odeint: same steps, right-hand-side and Jacobian evaluations on every
 // restarted interval, and the same states.
 
-#include "ode/LSODA.h"
 #include "lsoda_test_support.h"
+#include "ode/LSODA.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -14,8 +14,7 @@
 
 using namespace lsodatest;
 
-class TestLsodaOracle : public QObject
-{
+class TestLsodaOracle : public QObject {
     Q_OBJECT
 
 private slots:
@@ -34,8 +33,8 @@ void TestLsodaOracle::initTestCase()
     for (const QString &python : candidates) {
         QProcess process;
         process.start(python, {QStringLiteral(LSODA_ORACLE_SCRIPT)});
-        if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit
-            || process.exitCode() != 0)
+        if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit ||
+            process.exitCode() != 0)
             continue;
         const QJsonDocument document = QJsonDocument::fromJson(process.readAllStandardOutput());
         if (document.isObject()) {
@@ -61,11 +60,11 @@ void TestLsodaOracle::matchesFortranCounts()
 {
     QFETCH(QString, problem);
     QFETCH(int, neq);
-    const LSODA::RhsFunction f = problem == "robertson" ? robertson
-                               : problem == "damped_oscillator" ? dampedOscillator
-                               : problem == "van_der_pol" ? vanDerPol
-                               : problem == "stiff_cosine" ? stiffCosine
-                                                           : vanDerPol10;
+    const LSODA::RhsFunction f = problem == "robertson"           ? robertson
+                                 : problem == "damped_oscillator" ? dampedOscillator
+                                 : problem == "van_der_pol"       ? vanDerPol
+                                 : problem == "stiff_cosine"      ? stiffCosine
+                                                                  : vanDerPol10;
 
     const QJsonObject reference = reference_.value(problem).toObject();
     const QJsonArray intervals = reference.value("intervals").toArray();
@@ -93,14 +92,19 @@ void TestLsodaOracle::matchesFortranCounts()
         QCOMPARE(t, t1);
         QVERIFY2(solver.steps() == interval.value("nst").toInt(),
                  qPrintable(QStringLiteral("%1: nst %2, Fortran %3")
-                                .arg(where).arg(solver.steps()).arg(interval.value("nst").toInt())));
+                                    .arg(where)
+                                    .arg(solver.steps())
+                                    .arg(interval.value("nst").toInt())));
         QVERIFY2(solver.rhsEvaluations() == interval.value("nfe").toInt(),
                  qPrintable(QStringLiteral("%1: nfe %2, Fortran %3")
-                                .arg(where).arg(solver.rhsEvaluations()).arg(interval.value("nfe").toInt())));
+                                    .arg(where)
+                                    .arg(solver.rhsEvaluations())
+                                    .arg(interval.value("nfe").toInt())));
         QVERIFY2(solver.jacobianEvaluations() == interval.value("nje").toInt(),
                  qPrintable(QStringLiteral("%1: nje %2, Fortran %3")
-                                .arg(where).arg(solver.jacobianEvaluations())
-                                .arg(interval.value("nje").toInt())));
+                                    .arg(where)
+                                    .arg(solver.jacobianEvaluations())
+                                    .arg(interval.value("nje").toInt())));
         QCOMPARE(int(solver.lastMethod()), interval.value("mused").toInt());
         const QJsonArray expected = interval.value("y1").toArray();
         for (int i = 0; i < neq; ++i) {
@@ -110,8 +114,10 @@ void TestLsodaOracle::matchesFortranCounts()
                       std::fabs(yout[i + 1] - reference) / std::fabs(reference));
             QVERIFY2(relClose(yout[i + 1], reference, 1e-7),
                      qPrintable(QStringLiteral("%1: y[%2] = %3, Fortran %4")
-                                    .arg(where).arg(i + 1).arg(yout[i + 1], 0, 'g', 17)
-                                    .arg(reference, 0, 'g', 17)));
+                                        .arg(where)
+                                        .arg(i + 1)
+                                        .arg(yout[i + 1], 0, 'g', 17)
+                                        .arg(reference, 0, 'g', 17)));
             y[i] = yout[i + 1];
         }
     }

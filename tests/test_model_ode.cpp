@@ -23,13 +23,13 @@ Problem makeProblem(const QString &ode, const QVector<QStringList> &doseRows,
     p.system = OdeSystemText(ode, QString());
     p.system.parseOdeSystem();
     const QStringList states = p.system.stateVariableNames;
-    const DoseTableResult doses = readDoseTable(doseRows, DoseTable::Estimation, states,
-                                                p.system.parameterNames, parameters);
+    const DoseTableResult doses =
+            readDoseTable(doseRows, DoseTable::Estimation, states, p.system.parameterNames, parameters);
     QVector<QStringList> observationRows;
     for (double t : observationTimes)
         observationRows << QStringList{QString::number(t, 'g', 17), states.first(), "1"};
-    const ObservationTableResult observations = readObservationTable(
-        observationRows, states, p.system.parameterNames, parameters);
+    const ObservationTableResult observations =
+            readObservationTable(observationRows, states, p.system.parameterNames, parameters);
     p.model = model_ode(p.system, doses.events, observations.events);
     return p;
 }
@@ -50,8 +50,10 @@ void checkStage(model_ode model, bool rosenbrock, const QVector<double> &paramet
         const double got = rows[std::size_t(r)][std::size_t(state)];
         QVERIFY2(std::abs(got - expected) <= tolerance * std::max(1.0, std::abs(expected)),
                  qPrintable(QString("%1 at t=%2: %3 vs %4")
-                                .arg(rosenbrock ? "Rosenbrock" : "LSODA")
-                                .arg(times[r]).arg(got, 0, 'g', 10).arg(expected, 0, 'g', 10)));
+                                    .arg(rosenbrock ? "Rosenbrock" : "LSODA")
+                                    .arg(times[r])
+                                    .arg(got, 0, 'g', 10)
+                                    .arg(expected, 0, 'g', 10)));
     }
 }
 
@@ -84,8 +86,12 @@ private slots:
 void TestModelOde::schedule()
 {
     const Problem p = makeProblem("dAdt = -k*A\ndBdt = k*A",
-                                  {{"5", "A", "10", "2"}, {"1", "B", "3", "0"}, {"1", "B", "4", "0"},
-                                   {"3", "A", "7", "-99"}, {"3", "A", "8", "-99"}, {"2", "A", "1", "-1"}},
+                                  {{"5", "A", "10", "2"},
+                                   {"1", "B", "3", "0"},
+                                   {"1", "B", "4", "0"},
+                                   {"3", "A", "7", "-99"},
+                                   {"3", "A", "8", "-99"},
+                                   {"2", "A", "1", "-1"}},
                                   {6, 2.5, 7}, {0.1});
     const model_ode &m = p.model;
     // Observation times join the grid; the end of the infusion does too.
@@ -139,8 +145,9 @@ void TestModelOde::repeatedDosesSuperpose()
 {
     const double k = 0.1;
     const QVector<double> times{6, 12, 18, 30, 36};
-    const Problem p = makeProblem("dAdt = -k*A", {{"0", "A", "50", "0"}, {"12", "A", "50", "0"}, {"24", "A", "50", "0"}},
-                                  times, {k});
+    const Problem p =
+            makeProblem("dAdt = -k*A",
+                        {{"0", "A", "50", "0"}, {"12", "A", "50", "0"}, {"24", "A", "50", "0"}}, times, {k});
     checkBothStages(p, {k}, 0, times, [=](double t) {
         double sum = 0;
         for (double dose : {0.0, 12.0, 24.0})
@@ -155,11 +162,11 @@ void TestModelOde::setValueAndSameTimeBoluses()
     const double k = 0.2;
     const QVector<double> times{1, 3, 5.5, 8};
     // Two boluses of 30 at 0 add up to 60; at 5 the amount is set to 40.
-    const Problem p = makeProblem("dAdt = -k*A", {{"0", "A", "30", "0"}, {"0", "A", "30", "0"}, {"5", "A", "40", "-99"}},
-                                  times, {k});
-    checkBothStages(p, {k}, 0, times, [=](double t) {
-        return t < 5 ? 60 * std::exp(-k * t) : 40 * std::exp(-k * (t - 5));
-    });
+    const Problem p =
+            makeProblem("dAdt = -k*A",
+                        {{"0", "A", "30", "0"}, {"0", "A", "30", "0"}, {"5", "A", "40", "-99"}}, times, {k});
+    checkBothStages(p, {k}, 0, times,
+                    [=](double t) { return t < 5 ? 60 * std::exp(-k * t) : 40 * std::exp(-k * (t - 5)); });
 }
 
 void TestModelOde::parameterDependentDoseTime()
@@ -169,9 +176,8 @@ void TestModelOde::parameterDependentDoseTime()
     Problem p = makeProblem("dAdt = -k*A + 0*tlag", {{"tlag", "A", "10", "0"}}, {1, 2, 4}, {k, 1.5});
     QVERIFY(p.model.hasParameterDependentEvents);
     for (double lag : {0.5, 1.5}) {
-        checkBothStages(p, {k, lag}, 0, {1, 2, 4}, [=](double t) {
-            return t > lag ? 10 * std::exp(-k * (t - lag)) : 0.0;
-        });
+        checkBothStages(p, {k, lag}, 0, {1, 2, 4},
+                        [=](double t) { return t > lag ? 10 * std::exp(-k * (t - lag)) : 0.0; });
     }
 }
 
@@ -179,7 +185,8 @@ void TestModelOde::observationsAtDoseTimesSeeStateBeforeDose()
 {
     // Observations at 0 (twice) and at the dose time 4 see the state before
     // that time's doses.
-    Problem p = makeProblem("dAdt = -k*A", {{"0", "A", "10", "0"}, {"4", "A", "10", "0"}}, {0, 0, 4, 4.0001}, {0.5});
+    Problem p = makeProblem("dAdt = -k*A", {{"0", "A", "10", "0"}, {"4", "A", "10", "0"}}, {0, 0, 4, 4.0001},
+                            {0.5});
     for (int stage : {0, 1}) {
         p.model.useRosenbrock = stage;
         const auto rows = p.model.evaluate({0.5});
@@ -233,7 +240,8 @@ void TestModelOde::looseStageOneStaysClose()
 {
     // At the Stage 1 default tolerance the answer is rough but close.
     const double ka = 1.2, ke = 0.15;
-    Problem p = makeProblem("dAgdt = -ka*Ag\ndAcdt = ka*Ag - ke*Ac", {{"0", "Ag", "100", "0"}}, {1, 4, 12}, {ka, ke});
+    Problem p = makeProblem("dAgdt = -ka*Ag\ndAcdt = ka*Ag - ke*Ac", {{"0", "Ag", "100", "0"}}, {1, 4, 12},
+                            {ka, ke});
     p.model.useRosenbrock = 1;
     const auto rows = p.model.evaluate({ka, ke});
     for (int r = 0; r < 3; ++r) {

@@ -6,8 +6,9 @@
 
 namespace {
 
-const QString kDuplicate = "There are more than two equations with the same left hand side.\n"
-                           "The left hand side d<variable name>dt need to be unique for all equations in the system.";
+const QString kDuplicate =
+        "There are more than two equations with the same left hand side.\n"
+        "The left hand side d<variable name>dt need to be unique for all equations in the system.";
 const QString kCircular = "Auxillary function either circular or too complex (current implementation "
                           "cannot handle more than 5 levels of substitution.";
 const QString kNotUnderstood = "The algorithm was not able to understand the right hand side of ";
@@ -90,8 +91,7 @@ void TestOdeSystemText::messages()
     // LOG of a negative number is NaN at the random probe point.
     QCOMPARE(parsed("dXdt = LOG(0-X)").errors, QStringList{kNotUnderstood + "dXdt ."});
     // Duplicates and an unevaluable equation, in the order found.
-    QCOMPARE(parsed("dAdt = \ndAdt = -k*A").errors,
-             QStringList({kDuplicate, kNotUnderstood + "dAdt ."}));
+    QCOMPARE(parsed("dAdt = \ndAdt = -k*A").errors, QStringList({kDuplicate, kNotUnderstood + "dAdt ."}));
     // Auxiliary duplicates use the ODE text's wording.
     QCOMPARE(parsed("dAdt = -f*A", "f = k\nf = 2*k").errors, QStringList{kDuplicate});
     // A new parse starts clean.
@@ -125,7 +125,7 @@ void TestOdeSystemText::auxiliarySubstitution()
 void TestOdeSystemText::substitutionDepthLimit()
 {
     const OdeSystemText fiveLevels =
-        parsed("dAdt = -f1*A", "f1 = f2*2\nf2 = f3*2\nf3 = f4*2\nf4 = f5*2\nf5 = k");
+            parsed("dAdt = -f1*A", "f1 = f2*2\nf2 = f3*2\nf3 = f4*2\nf4 = f5*2\nf5 = k");
     QCOMPARE(fiveLevels.errors, QStringList{kCircular});
 
     const OdeSystemText circular = parsed("dAdt = -f*A", "f = g*2\ng = f+1");
@@ -142,10 +142,10 @@ void TestOdeSystemText::dependencyClassification()
     QVERIFY(system.errors.isEmpty());
     const int L = OdeSystemText::Linear, N = OdeSystemText::NonLinear, I = OdeSystemText::Independent;
     const QVector<QVector<int>> expected{
-        {L, I, I, I},
-        {L, N, I, I},
-        {I, I, I, I},
-        {L, L, I, N},
+            {L, I, I, I},
+            {L, N, I, I},
+            {I, I, I, I},
+            {L, L, I, N},
     };
     QCOMPARE(system.dependencyMatrix, expected);
     QVERIFY(system.linearPairs.contains({0, 0}));

@@ -18,9 +18,8 @@ ParameterSpecificationRow row(double domainLower, double domainUpper, double the
 bool sameRow(const ParameterSpecificationRow &a, const ParameterSpecificationRow &b)
 {
     const auto same = [](double x, double y) { return (std::isnan(x) && std::isnan(y)) || x == y; };
-    return same(a.domainLower, b.domainLower) && same(a.domainUpper, b.domainUpper)
-           && same(a.theoreticalLower, b.theoreticalLower)
-           && same(a.theoreticalUpper, b.theoreticalUpper);
+    return same(a.domainLower, b.domainLower) && same(a.domainUpper, b.domainUpper) &&
+           same(a.theoreticalLower, b.theoreticalLower) && same(a.theoreticalUpper, b.theoreticalUpper);
 }
 
 } // namespace
@@ -51,32 +50,29 @@ void ParameterSpecificationTest::checks_data()
     QTest::addColumn<QStringList>("messages");
 
     const QString outside = "Parameter CL's domain of interest is not within the theoretical bound.";
-    QTest::newRow("inside the bounds") << QStringList{"CL"} << SpecRows{row(1, 10, 0, NaN)}
-                                       << QStringList{};
-    QTest::newRow("theoretical lower above domain") << QStringList{"CL"}
-                                                    << SpecRows{row(1, 10, 2, NaN)}
-                                                    << QStringList{outside};
-    QTest::newRow("domain above theoretical upper") << QStringList{"CL"}
-                                                    << SpecRows{row(1, 200, 0, 100)}
-                                                    << QStringList{outside};
+    QTest::newRow("inside the bounds") << QStringList{"CL"} << SpecRows{row(1, 10, 0, NaN)} << QStringList{};
+    QTest::newRow("theoretical lower above domain")
+            << QStringList{"CL"} << SpecRows{row(1, 10, 2, NaN)} << QStringList{outside};
+    QTest::newRow("domain above theoretical upper")
+            << QStringList{"CL"} << SpecRows{row(1, 200, 0, 100)} << QStringList{outside};
     QTest::newRow("domain lower missing")
-        << QStringList{"CL"} << SpecRows{row(NaN, 10, 0, NaN)}
-        << QStringList{"Parameter CL's lowerbound of the domain of interest is not defined."};
+            << QStringList{"CL"} << SpecRows{row(NaN, 10, 0, NaN)}
+            << QStringList{"Parameter CL's lowerbound of the domain of interest is not defined."};
     QTest::newRow("domain upper missing: no blank after Parameter")
-        << QStringList{"CL"} << SpecRows{row(1, NaN, 0, NaN)}
-        << QStringList{"ParameterCL's upperbound of the domain of interest is not defined."};
+            << QStringList{"CL"} << SpecRows{row(1, NaN, 0, NaN)}
+            << QStringList{"ParameterCL's upperbound of the domain of interest is not defined."};
     QTest::newRow("domain reversed")
-        << QStringList{"CL"} << SpecRows{row(10, 1, 0, NaN)}
-        << QStringList{"Parameter CL's lowerbound of the domain of interest is higher than its "
-                       "upperbound."};
+            << QStringList{"CL"} << SpecRows{row(10, 1, 0, NaN)}
+            << QStringList{"Parameter CL's lowerbound of the domain of interest is higher than its "
+                           "upperbound."};
     QTest::newRow("theoretical bounds reversed")
-        << QStringList{"CL"} << SpecRows{row(5, 5, 5, 1)}
-        << QStringList{outside, "Parameter CL's lowerbound of the theoretica parameter domain is "
-                                "higher than its upperbound."};
+            << QStringList{"CL"} << SpecRows{row(5, 5, 5, 1)}
+            << QStringList{outside, "Parameter CL's lowerbound of the theoretica parameter domain is "
+                                    "higher than its upperbound."};
     QTest::newRow("row count differs: one message only")
-        << QStringList{"CL", "V"} << SpecRows{row(NaN, NaN, 0, NaN)}
-        << QStringList{"Number of parameter specification does not match with the parameter "
-                       "names lists provided."};
+            << QStringList{"CL", "V"} << SpecRows{row(NaN, NaN, 0, NaN)}
+            << QStringList{"Number of parameter specification does not match with the parameter "
+                           "names lists provided."};
 }
 
 void ParameterSpecificationTest::checks()
@@ -89,8 +85,8 @@ void ParameterSpecificationTest::checks()
 
 void ParameterSpecificationTest::readCells()
 {
-    const SpecRows rows = readParameterSpecification(
-        {{"1", "10", "nb", ""}, {"1 000", " ", "0", "abc"}, {"2.5e1"}});
+    const SpecRows rows =
+            readParameterSpecification({{"1", "10", "nb", ""}, {"1 000", " ", "0", "abc"}, {"2.5e1"}});
     QCOMPARE(rows.size(), 3);
     QVERIFY(sameRow(rows[0], row(1, 10, NaN, NaN)));
     QVERIFY(sameRow(rows[1], row(1000, NaN, 0, NaN)));
@@ -110,41 +106,40 @@ void ParameterSpecificationTest::generation_data()
     QTest::addColumn<QVector<double>>("parameterValues");
     QTest::addColumn<bool>("usesPower");
 
-    QTest::newRow("no bounds") << NaN << NaN << "CL=x1" << "x1=CL"
-                               << QVector<double>{-3, 0, 7} << false;
-    QTest::newRow("upper 0") << NaN << 0.0 << "CL=-10^(x1)" << "x1=LOG10(0-CL)"
-                             << QVector<double>{-0.001, -1, -500} << true;
-    QTest::newRow("upper below 0") << NaN << -5.0 << "CL=-10^(x1)-5" << "x1=LOG10(0-5-CL)"
-                                   << QVector<double>{-5.5, -10, -1000} << true;
-    QTest::newRow("upper above 0") << NaN << 100.0 << "CL=100-10^(x1)" << "x1=LOG10(100-CL)"
-                                   << QVector<double>{99.9, 0, -50} << true;
-    QTest::newRow("lower 0") << 0.0 << NaN << "CL=10^(x1)" << "x1=LOG10(CL)"
-                             << QVector<double>{1e-3, 1, 1e4} << true;
-    QTest::newRow("lower below 0") << -2.0 << NaN << "CL=10^(x1)-2" << "x1=LOG10(CL+2)"
-                                   << QVector<double>{-1.9, 0, 50} << true;
-    QTest::newRow("lower above 0") << 3.0 << NaN << "CL=3+10^(x1)" << "x1=LOG10(CL-3)"
-                                   << QVector<double>{3.01, 4, 1000} << true;
+    QTest::newRow("no bounds") << NaN << NaN << "CL=x1"
+                               << "x1=CL" << QVector<double>{-3, 0, 7} << false;
+    QTest::newRow("upper 0") << NaN << 0.0 << "CL=-10^(x1)"
+                             << "x1=LOG10(0-CL)" << QVector<double>{-0.001, -1, -500} << true;
+    QTest::newRow("upper below 0") << NaN << -5.0 << "CL=-10^(x1)-5"
+                                   << "x1=LOG10(0-5-CL)" << QVector<double>{-5.5, -10, -1000} << true;
+    QTest::newRow("upper above 0") << NaN << 100.0 << "CL=100-10^(x1)"
+                                   << "x1=LOG10(100-CL)" << QVector<double>{99.9, 0, -50} << true;
+    QTest::newRow("lower 0") << 0.0 << NaN << "CL=10^(x1)"
+                             << "x1=LOG10(CL)" << QVector<double>{1e-3, 1, 1e4} << true;
+    QTest::newRow("lower below 0") << -2.0 << NaN << "CL=10^(x1)-2"
+                                   << "x1=LOG10(CL+2)" << QVector<double>{-1.9, 0, 50} << true;
+    QTest::newRow("lower above 0") << 3.0 << NaN << "CL=3+10^(x1)"
+                                   << "x1=LOG10(CL-3)" << QVector<double>{3.01, 4, 1000} << true;
     QTest::newRow("lower 0, width below 0")
-        << 0.0 << -4.0 << "CL=(0-4)*EXP(x1)/(1+EXP(x1))" << "x1=LOG(CL/(0-4-CL))"
-        << QVector<double>{-0.1, -2, -3.9} << false;
-    QTest::newRow("lower 0, width above 0")
-        << 0.0 << 100.0 << "CL=100*EXP(x1)/(1+EXP(x1))" << "x1=LOG(CL/(100-CL))"
-        << QVector<double>{0.5, 50, 99} << false;
+            << 0.0 << -4.0 << "CL=(0-4)*EXP(x1)/(1+EXP(x1))"
+            << "x1=LOG(CL/(0-4-CL))" << QVector<double>{-0.1, -2, -3.9} << false;
+    QTest::newRow("lower 0, width above 0") << 0.0 << 100.0 << "CL=100*EXP(x1)/(1+EXP(x1))"
+                                            << "x1=LOG(CL/(100-CL))" << QVector<double>{0.5, 50, 99} << false;
     QTest::newRow("lower below 0, width below 0")
-        << -2.0 << -5.0 << "CL=(0-3)*EXP(x1)/(1+EXP(x1))-2" << "x1=LOG((CL+2)/(0-3-CL-2))"
-        << QVector<double>{-2.1, -3.5, -4.9} << false;
+            << -2.0 << -5.0 << "CL=(0-3)*EXP(x1)/(1+EXP(x1))-2"
+            << "x1=LOG((CL+2)/(0-3-CL-2))" << QVector<double>{-2.1, -3.5, -4.9} << false;
     QTest::newRow("lower below 0, width above 0")
-        << -2.0 << 8.0 << "CL=10*EXP(x1)/(1+EXP(x1))-2" << "x1=LOG((CL+2)/(10-CL-2))"
-        << QVector<double>{-1.9, 0, 7.9} << false;
+            << -2.0 << 8.0 << "CL=10*EXP(x1)/(1+EXP(x1))-2"
+            << "x1=LOG((CL+2)/(10-CL-2))" << QVector<double>{-1.9, 0, 7.9} << false;
     QTest::newRow("lower above 0, width below 0")
-        << 5.0 << 1.0 << "CL=(0-4)*EXP(x1)/(1+EXP(x1))+5" << "x1=LOG((CL-5)/(0-4-CL+5))"
-        << QVector<double>{1.1, 3, 4.9} << false;
+            << 5.0 << 1.0 << "CL=(0-4)*EXP(x1)/(1+EXP(x1))+5"
+            << "x1=LOG((CL-5)/(0-4-CL+5))" << QVector<double>{1.1, 3, 4.9} << false;
     QTest::newRow("lower above 0, width above 0")
-        << 5.0 << 20.0 << "CL=15*EXP(x1)/(1+EXP(x1))+5" << "x1=LOG((CL-5)/(15-CL+5))"
-        << QVector<double>{5.1, 12, 19.9} << false;
+            << 5.0 << 20.0 << "CL=15*EXP(x1)/(1+EXP(x1))+5"
+            << "x1=LOG((CL-5)/(15-CL+5))" << QVector<double>{5.1, 12, 19.9} << false;
     QTest::newRow("six significant digits")
-        << 0.1234567 << NaN << "CL=0.123457+10^(x1)" << "x1=LOG10(CL-0.123457)"
-        << QVector<double>{0.2, 1, 100} << true;
+            << 0.1234567 << NaN << "CL=0.123457+10^(x1)"
+            << "x1=LOG10(CL-0.123457)" << QVector<double>{0.2, 1, 100} << true;
     QTest::newRow("width 0") << 2.0 << 2.0 << "CL=0*EXP(x1)/(1+EXP(x1))+2"
                              << "x1=LOG((CL-2)/(0-CL+2))" << QVector<double>{} << false;
 }
@@ -220,21 +215,21 @@ void ParameterSpecificationTest::parseBackMessages_data()
     QTest::addColumn<QStringList>("messages");
 
     QTest::newRow("equation without right-hand side")
-        << false << "CL=x1\nV=" << QStringList{"Size of the right hand side and left hand side did not match.",
-                                               "ParameterV is not defined."};
+            << false << "CL=x1\nV="
+            << QStringList{"Size of the right hand side and left hand side did not match.",
+                           "ParameterV is not defined."};
     QTest::newRow("name defined twice")
-        << false << "CL=x1\nCL=x2\nV=x2"
-        << QStringList{"There are more than two equations with the same left hand side."};
+            << false << "CL=x1\nCL=x2\nV=x2"
+            << QStringList{"There are more than two equations with the same left hand side."};
     QTest::newRow("parameter missing") << false << "CL=x1" << QStringList{"ParameterV is not defined."};
     QTest::newRow("unknown name in g")
-        << false << "CL=x1+y\nV=x2"
-        << QStringList{"The softwear was not able to understand x1+y ."};
+            << false << "CL=x1+y\nV=x2" << QStringList{"The softwear was not able to understand x1+y ."};
     QTest::newRow("inverse omits a search variable")
-        << true << "x1=LOG10(CL)"
-        << QStringList{"x2 is not given. (It is user responsibility to provide inverse of g.)"};
+            << true << "x1=LOG10(CL)"
+            << QStringList{"x2 is not given. (It is user responsibility to provide inverse of g.)"};
     QTest::newRow("inverse uses a search variable")
-        << true << "x1=LOG10(x2)\nx2=V"
-        << QStringList{"The softwear was not able to understand LOG10(x2) ."};
+            << true << "x1=LOG10(x2)\nx2=V"
+            << QStringList{"The softwear was not able to understand LOG10(x2) ."};
 }
 
 void ParameterSpecificationTest::parseBackMessages()
@@ -243,8 +238,8 @@ void ParameterSpecificationTest::parseBackMessages()
     QFETCH(QString, text);
     QFETCH(QStringList, messages);
     const QStringList names{"CL", "V"};
-    const ParsedEquations parsed = inverse ? parseInverseTransformation(text, names, 2)
-                                           : parseTransformation(text, names, 2);
+    const ParsedEquations parsed =
+            inverse ? parseInverseTransformation(text, names, 2) : parseTransformation(text, names, 2);
     QCOMPARE(parsed.errors, messages);
 }
 

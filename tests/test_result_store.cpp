@@ -122,18 +122,16 @@ void TestResultStore::iterationFilesHaveTheirNamesAndLayouts()
 
     // Point 1 has no solution, so it has no ODE_sol file.
     QCOMPARE(filesIn(results),
-             (QStringList{"ODE_sol_0_0.csv", "ODE_sol_0_2.csv", "ODE_sol_1_0.csv",
-                          "ODE_sol_1_2.csv", "Parameter_0.csv", "Parameter_1.csv", "R_0.csv",
-                          "R_1.csv", "X_0.csv", "X_1.csv", "Y_0.csv", "Y_1.csv",
-                          "computation_log.txt", "lambda_0.csv", "lambda_1.csv",
+             (QStringList{"ODE_sol_0_0.csv", "ODE_sol_0_2.csv", "ODE_sol_1_0.csv", "ODE_sol_1_2.csv",
+                          "Parameter_0.csv", "Parameter_1.csv", "R_0.csv", "R_1.csv", "X_0.csv", "X_1.csv",
+                          "Y_0.csv", "Y_1.csv", "computation_log.txt", "lambda_0.csv", "lambda_1.csv",
                           "ode_time.csv", "sortIndex.csv"}));
 
     // Per-point vectors are one row; matrices one row per point; NaN as "nan".
     QCOMPARE(fileContent(results + "/R_1.csv"), QByteArray("0.2,nan,0.3333333333333333\n"));
     QCOMPARE(fileContent(results + "/lambda_0.csv"), QByteArray("1,10000000000,0.5\n"));
     QCOMPARE(fileContent(results + "/ode_time.csv"), QByteArray("0,0.3333333333333333,2\n"));
-    QCOMPARE(fileContent(results + "/ODE_sol_1_0.csv"),
-             QByteArray("0,0.5\n0.6666666666666666,9\n"));
+    QCOMPARE(fileContent(results + "/ODE_sol_1_0.csv"), QByteArray("0,0.5\n0.6666666666666666,9\n"));
     QCOMPARE(fileContent(results + "/Y_0.csv").split('\n').size(), 3 + 1);
     QCOMPARE(fileContent(results + "/Y_0.csv").split('\n')[1], QByteArray("nan,nan,nan,nan"));
     // Sorted by the newest SSR, failed point last, as integers.
@@ -338,8 +336,7 @@ void TestResultStore::historyMoveTakesTheRunsFiles()
     const QString stampAfter = QDateTime::currentDateTimeUtc().toString().replace(':', '_');
 
     const QString name = QFileInfo(target).fileName();
-    QVERIFY2(name == "compResult " + stampBefore || name == "compResult " + stampAfter,
-             qPrintable(name));
+    QVERIFY2(name == "compResult " + stampBefore || name == "compResult " + stampAfter, qPrintable(name));
     QVERIFY(!name.contains(':'));
     QVERIFY(name.contains('_'));
     QCOMPARE(QFileInfo(target).dir().absolutePath(), QDir(dir.path() + "/history").absolutePath());

@@ -60,8 +60,8 @@ bool run(const QString &program, const QStringList &arguments, const QString &wo
 
 bool hasProgram(const QString &program)
 {
-    return !QStandardPaths::findExecutable(program).isEmpty()
-        || (program.startsWith('/') && QFileInfo(program).isExecutable());
+    return !QStandardPaths::findExecutable(program).isEmpty() ||
+           (program.startsWith('/') && QFileInfo(program).isExecutable());
 }
 
 QString replaced(QString text, const QString &before, const QString &after)
@@ -106,8 +106,7 @@ struct OralProject {
     }
 
     // The observation expressions evaluated on state rows (one per record).
-    QVector<double> outputs(const std::vector<std::vector<double>> &states,
-                            const QVector<double> &p) const
+    QVector<double> outputs(const std::vector<std::vector<double>> &states, const QVector<double> &p) const
     {
         QVector<double> y;
         for (int r = 0; r < model.observations.size(); ++r) {
@@ -148,7 +147,9 @@ void compareOutputs(const QVector<double> &got, const QVector<double> &expected,
     for (int i = 0; i < got.size(); ++i)
         QVERIFY2(std::abs(got[i] - expected[i]) <= tolerance * std::abs(expected[i]),
                  qPrintable(QString("output %1: script %2, program %3")
-                                .arg(i).arg(got[i], 0, 'g', 12).arg(expected[i], 0, 'g', 12)));
+                                    .arg(i)
+                                    .arg(got[i], 0, 'g', 12)
+                                    .arg(expected[i], 0, 'g', 12)));
 }
 
 } // namespace
@@ -182,26 +183,35 @@ void ScriptExportTest::translation_data()
                                 << "exp(a)+log(b)-log10(c)*log(d)"
                                 << "np.exp(a)+np.log(b)-np.log10(c)*np.log(d)"
                                 << "exp(a)+log(b)-log10(c)*log(d)";
-    QTest::newRow("arc functions are not SIN of A")
-        << "ASIN(x)/ACOS(y)-ATAN(z)*SIN(x)" << "asin(x)/acos(y)-atan(z)*sin(x)"
-        << "np.arcsin(x)/np.arccos(y)-np.arctan(z)*np.sin(x)" << "asin(x)/acos(y)-atan(z)*sin(x)";
-    QTest::newRow("nested") << "ABS(SIGN(SQRT(COS(TAN(u)))))" << "abs(sign(sqrt(cos(tan(u)))))"
+    QTest::newRow("arc functions are not SIN of A") << "ASIN(x)/ACOS(y)-ATAN(z)*SIN(x)"
+                                                    << "asin(x)/acos(y)-atan(z)*sin(x)"
+                                                    << "np.arcsin(x)/np.arccos(y)-np.arctan(z)*np.sin(x)"
+                                                    << "asin(x)/acos(y)-atan(z)*sin(x)";
+    QTest::newRow("nested") << "ABS(SIGN(SQRT(COS(TAN(u)))))"
+                            << "abs(sign(sqrt(cos(tan(u)))))"
                             << "np.abs(np.sign(np.sqrt(np.cos(np.tan(u)))))"
                             << "abs(sign(sqrt(cos(tan(u)))))";
-    QTest::newRow("lower-case aliases") << "exp(k)+ln(v)" << "exp(k)+log(v)"
-                                        << "np.exp(k)+np.log(v)" << "exp(k)+log(v)";
-    QTest::newRow("names containing function names") << "LOGk*EXPo(x)" << "LOGk*EXPo(x)"
-                                                     << "LOGk*EXPo(x)" << "LOGk*EXPo(x)";
-    QTest::newRow("power groups right") << "2^3^2-a^b" << "2^3^2-a^b" << "2**3**2-a**b"
+    QTest::newRow("lower-case aliases") << "exp(k)+ln(v)"
+                                        << "exp(k)+log(v)"
+                                        << "np.exp(k)+np.log(v)"
+                                        << "exp(k)+log(v)";
+    QTest::newRow("names containing function names") << "LOGk*EXPo(x)"
+                                                     << "LOGk*EXPo(x)"
+                                                     << "LOGk*EXPo(x)"
+                                                     << "LOGk*EXPo(x)";
+    QTest::newRow("power groups right") << "2^3^2-a^b"
+                                        << "2^3^2-a^b"
+                                        << "2**3**2-a**b"
                                         << "2^(3^2)-a^b";
-    QTest::newRow("power chains inside groups")
-        << "a^b^c^d*EXP(x^y^z)/(1+(p)^q^r)" << "a^b^c^d*exp(x^y^z)/(1+(p)^q^r)"
-        << "a**b**c**d*np.exp(x**y**z)/(1+(p)**q**r)"
-        << "a^(b^(c^d))*exp(x^(y^z))/(1+(p)^(q^r))";
-    QTest::newRow("blanks and slash-n dropped") << "k /n V * 10^(0-3)" << "kV*10^(0-3)"
-                                                << "kV*10**(0-3)" << "kV*10^(0-3)";
+    QTest::newRow("power chains inside groups") << "a^b^c^d*EXP(x^y^z)/(1+(p)^q^r)"
+                                                << "a^b^c^d*exp(x^y^z)/(1+(p)^q^r)"
+                                                << "a**b**c**d*np.exp(x**y**z)/(1+(p)**q**r)"
+                                                << "a^(b^(c^d))*exp(x^(y^z))/(1+(p)^(q^r))";
+    QTest::newRow("blanks and slash-n dropped") << "k /n V * 10^(0-3)"
+                                                << "kV*10^(0-3)"
+                                                << "kV*10**(0-3)"
+                                                << "kV*10^(0-3)";
 }
-
 
 void ScriptExportTest::translation()
 {
@@ -225,44 +235,54 @@ void ScriptExportTest::rScriptFixedText()
     QVERIFY(block.endsWith("x_best=c(0.5, -1)\nx1=x_best[1]\nx2=x_best[2]\n"
                            "Km=10^(x1)\nVm=10^(x2)\nk=5\nparameters=c(Km=Km, Vm=Vm, k=k)"));
 
-    const QString expected = QString(
-        "library('deSolve')\nsource('rscript_translationFunctions.R')\n\n") + block + "\n\n"
-        "dose_event_raw=(read.csv(paste0(currentDir,\"/model/dose_events.txt\",sep=\"\"), header=FALSE)) \n"
-        "dose_event=dose_event_raw[!is.na(dose_event_raw$V1)&!is.na(dose_event_raw$V2)&!is.na(dose_event_raw$V3)&!is.na(dose_event_raw$V4),]\n"
-        "dose_time=dose_event$V1\n"
-        "obs_event_raw=(read.csv(paste0(currentDir,\"/model/observations.txt\",sep=\"\"), header=FALSE))\n"
-        "obs_event=obs_event_raw[!is.na(obs_event_raw$V1)&!is.na(obs_event_raw$V2)&!is.na(obs_event_raw$V3),]\n"
-        "obs_time=unique(as.numeric(obs_event$V1))\n"
-        "timeDiv=sort(c(unique(dose_time),max(obs_time)))\n"
-        "\n\n"
-        "RHS<-function(t, state, parameters_infRate) {\nwith(as.list(c(state, parameters_infRate)),{\n"
-        "dA=-Vm*A/(Km+A)+infRate_A\n"
-        "dB=Vm*A/(Km+A)-k*B+infRate_B\n"
-        "dC=k*B+infRate_C\n"
-        "list(c(dA, dB, dC))\n})\n}"
-        "\n\n"
-        "# ===Initialise infusion rate vector===\n#MODIFY line below to define any infusion administration\n"
-        "infusionRate=c(infRate_A=0, \ninfRate_B=0, \ninfRate_C=0)\n\nparameters_infRate=c(parameters,infusionRate)\n\n"
-        "\n\n"
-        "# ===Initialise state vector (ODE variables)===\n#MODIFY line below to define any bolus administration\n"
-        "state <- c(A=0,B=0,C=0)\n"
-        "out=NULL\n"
-        "for(i in seq(1,length(timeDiv)-1)){\n"
-        "dose_event_subset=subset(dose_event,V1==timeDiv[i])\n"
-        "eval(parse(text = paste(paste0(\"state['\",dose_event_subset$V2,\"']=\",\"state['\",dose_event_subset$V2,\"']+\",dose_event_subset$V3),collapse = '\n')))\n"
-        "times=sort(c(timeDiv[i], obs_time[obs_time>timeDiv[i]&obs_time<timeDiv[i+1]],timeDiv[i+1]))\n"
-        "out_new <- ode(y = state, times = times, func = RHS, parms = parameters_infRate)\n"
-        "state=out_new[dim(out_new)[1],2:dim(out_new)[2]]\n"
-        "out=rbind(out, out_new[2:dim(out_new)[1],])\n"
-        "}\n"
-        "y=rep(NA, dim(obs_event)[1])\n"
-        "for(i in seq(1,length(obs_time))){\n"
-        "out_atTime=out[out[,'time']==obs_time[i],]\n"
-        "eval(parse(text = paste(paste(names(out_atTime),'=',as.numeric(out_atTime)),collapse = '\n')))\n"
-        "for(j in seq(1,length(y))){\n"
-        "if(obs_event[j,1]==obs_time[i]){\n"
-        "y[j]=eval(parse(text = as.character(obs_event[j,2])))\n"
-        "}\n}\n}\n";
+    const QString expected =
+            QString("library('deSolve')\nsource('rscript_translationFunctions.R')\n\n") + block +
+            "\n\n"
+            "dose_event_raw=(read.csv(paste0(currentDir,\"/model/dose_events.txt\",sep=\"\"), header=FALSE)) "
+            "\n"
+            "dose_event=dose_event_raw[!is.na(dose_event_raw$V1)&!is.na(dose_event_raw$V2)&!is.na(dose_event_"
+            "raw$V3)&!is.na(dose_event_raw$V4),]\n"
+            "dose_time=dose_event$V1\n"
+            "obs_event_raw=(read.csv(paste0(currentDir,\"/model/observations.txt\",sep=\"\"), "
+            "header=FALSE))\n"
+            "obs_event=obs_event_raw[!is.na(obs_event_raw$V1)&!is.na(obs_event_raw$V2)&!is.na(obs_event_raw$"
+            "V3),]\n"
+            "obs_time=unique(as.numeric(obs_event$V1))\n"
+            "timeDiv=sort(c(unique(dose_time),max(obs_time)))\n"
+            "\n\n"
+            "RHS<-function(t, state, parameters_infRate) {\nwith(as.list(c(state, parameters_infRate)),{\n"
+            "dA=-Vm*A/(Km+A)+infRate_A\n"
+            "dB=Vm*A/(Km+A)-k*B+infRate_B\n"
+            "dC=k*B+infRate_C\n"
+            "list(c(dA, dB, dC))\n})\n}"
+            "\n\n"
+            "# ===Initialise infusion rate vector===\n#MODIFY line below to define any infusion "
+            "administration\n"
+            "infusionRate=c(infRate_A=0, \ninfRate_B=0, "
+            "\ninfRate_C=0)\n\nparameters_infRate=c(parameters,infusionRate)\n\n"
+            "\n\n"
+            "# ===Initialise state vector (ODE variables)===\n#MODIFY line below to define any bolus "
+            "administration\n"
+            "state <- c(A=0,B=0,C=0)\n"
+            "out=NULL\n"
+            "for(i in seq(1,length(timeDiv)-1)){\n"
+            "dose_event_subset=subset(dose_event,V1==timeDiv[i])\n"
+            "eval(parse(text = "
+            "paste(paste0(\"state['\",dose_event_subset$V2,\"']=\",\"state['\",dose_event_subset$V2,\"']+\","
+            "dose_event_subset$V3),collapse = '\n')))\n"
+            "times=sort(c(timeDiv[i], obs_time[obs_time>timeDiv[i]&obs_time<timeDiv[i+1]],timeDiv[i+1]))\n"
+            "out_new <- ode(y = state, times = times, func = RHS, parms = parameters_infRate)\n"
+            "state=out_new[dim(out_new)[1],2:dim(out_new)[2]]\n"
+            "out=rbind(out, out_new[2:dim(out_new)[1],])\n"
+            "}\n"
+            "y=rep(NA, dim(obs_event)[1])\n"
+            "for(i in seq(1,length(obs_time))){\n"
+            "out_atTime=out[out[,'time']==obs_time[i],]\n"
+            "eval(parse(text = paste(paste(names(out_atTime),'=',as.numeric(out_atTime)),collapse = '\n')))\n"
+            "for(j in seq(1,length(y))){\n"
+            "if(obs_event[j,1]==obs_time[i]){\n"
+            "y[j]=eval(parse(text = as.character(obs_event[j,2])))\n"
+            "}\n}\n}\n";
     QCOMPARE(generateScripts(system, g, literal).rOde, expected);
 
     // Solid edges first, though the dotted one lies in an earlier column; the
@@ -270,10 +290,10 @@ void ScriptExportTest::rScriptFixedText()
     const QString diagram = rCompartmentDiagramScript(system);
     QVERIFY(diagram.startsWith("library(DiagrammeR)\n\n#"));
     QVERIFY(diagram.endsWith(
-        "\n#The location of the compartments in the diagram is algorithmically placed use 'subgraph "
-        "cluster...' definition to reorganise if necessary\n\n# Solid lines represent linear "
-        "diffusions and dotted lines represents nonlinear relationships\n\ngrViz('digraph "
-        "boxes_and_circles {\n B->C\n A->B [style=dotted]\n}')"));
+            "\n#The location of the compartments in the diagram is algorithmically placed use 'subgraph "
+            "cluster...' definition to reorganise if necessary\n\n# Solid lines represent linear "
+            "diffusions and dotted lines represents nonlinear relationships\n\ngrViz('digraph "
+            "boxes_and_circles {\n B->C\n A->B [style=dotted]\n}')"));
     QCOMPARE(diagram.count('\n'), 10);
 }
 
@@ -288,19 +308,22 @@ void ScriptExportTest::pythonScriptFixedText()
                            "\treader = csv.reader(f)\n\tX = list(reader)\n"));
     QVERIFY(block.endsWith("x1 = x_best[0]\nx2 = x_best[1]\nKm=10**(x1)\nVm=10**(x2)\nk=5\n"));
 
-    const QString expected = "import scipy.integrate as integrate\nimport numpy as np\nimport csv\n\n\n"
-        + block + "\n\n"
-        "def diff_op(y, t,para):\n\tA, B, C = y\n\tKm, Vm, k, infRate_A, infRate_B, infRate_C = para\n\n\t"
-        "out_0=-Vm*A/(Km+A)+infRate_A;\n\tout_1=Vm*A/(Km+A)-k*B+infRate_B;\n\tout_2=k*B+infRate_C;\n\t"
-        "\n\treturn [out_0, out_1, out_2]"
-        "\n\n# ===== specify initial condition (bolus dose) here =====\ny_init=[\n0, # A\n0, # B\n0, # C\n]"
-        "\n\n# ===== specify infusion dose here =====\n"
-        "infRate_A, infRate_B, infRate_C=[\n0, # infRate_A\n0, # infRate_B\n0, # infRate_C\n]"
-        "\npara=[Km, Vm, k, infRate_A, infRate_B, infRate_C]\n\n"
-        "# ===== specify the observation time here =====\n"
-        "time = np.linspace(0,24,49) # e.g., solve for time 0 to 24 and divided by 48 intervals"
-        "\n\nsol = integrate.odeint(diff_op, y_init ,time, args=(para,))\n\n"
-        "A=sol[:,0]\nB=sol[:,1]\nC=sol[:,2]\n";
+    const QString expected =
+            "import scipy.integrate as integrate\nimport numpy as np\nimport csv\n\n\n" + block +
+            "\n\n"
+            "def diff_op(y, t,para):\n\tA, B, C = y\n\tKm, Vm, k, infRate_A, infRate_B, infRate_C = "
+            "para\n\n\t"
+            "out_0=-Vm*A/(Km+A)+infRate_A;\n\tout_1=Vm*A/(Km+A)-k*B+infRate_B;\n\tout_2=k*B+infRate_C;\n\t"
+            "\n\treturn [out_0, out_1, out_2]"
+            "\n\n# ===== specify initial condition (bolus dose) here =====\ny_init=[\n0, # A\n0, # B\n0, # "
+            "C\n]"
+            "\n\n# ===== specify infusion dose here =====\n"
+            "infRate_A, infRate_B, infRate_C=[\n0, # infRate_A\n0, # infRate_B\n0, # infRate_C\n]"
+            "\npara=[Km, Vm, k, infRate_A, infRate_B, infRate_C]\n\n"
+            "# ===== specify the observation time here =====\n"
+            "time = np.linspace(0,24,49) # e.g., solve for time 0 to 24 and divided by 48 intervals"
+            "\n\nsol = integrate.odeint(diff_op, y_init ,time, args=(para,))\n\n"
+            "A=sol[:,0]\nB=sol[:,1]\nC=sol[:,2]\n";
     QCOMPARE(generateScripts(system, smallTransformation(), stored).python, expected);
 }
 
@@ -316,20 +339,25 @@ void ScriptExportTest::matlabScriptFixedText()
     QVERIFY(block.endsWith("Km=10^(x1);\nVm=10^(x2);\nk=5;\nglobal parameters\nparameters = [Km, Vm, k];"));
     const QString function = matlabParameterFunction(system.parameterNames);
 
-    const QString expected = "function matlab_ODE()\n\n" + block + "\n\n"
-        "% ===Initialise infusion rate vector===\n%MODIFY lines below to define any infusion administration\n"
-        "\nglobal infRate_A infRate_B infRate_C\ninfRate_A=0;\ninfRate_B=0;\ninfRate_C=0;\n"
-        "\n\n"
-        "% ===Initialise state vector (ODE variables)===\n%MODIFY line below to define any bolus administration\n"
-        "u_init =[0, 0, 0];\n"
-        "\n\nobsTime=[1,2];%MODIFY this line to specify the observation time\n"
-        "doseTime=0;%MODIFY this line to specify the dose time\n\n"
-        "[t,u] = ode15s(@RHS, [doseTime obsTime],u_init );  %SOLVING ODE\n\nend"
-        + function + "\n\n"
-        "function out = RHS(t, u)\nA = u(1);\nB = u(2);\nC = u(3);\n[Km, Vm, k] = parameterValues();"
-        "\nglobal infRate_A infRate_B infRate_C"
-        "\nout(1)=-Vm*A/(Km+A)+infRate_A;\nout(2)=Vm*A/(Km+A)-k*B+infRate_B;\nout(3)=k*B+infRate_C;"
-        "\nout=out';\n\nend";
+    const QString expected =
+            "function matlab_ODE()\n\n" + block +
+            "\n\n"
+            "% ===Initialise infusion rate vector===\n%MODIFY lines below to define any infusion "
+            "administration\n"
+            "\nglobal infRate_A infRate_B infRate_C\ninfRate_A=0;\ninfRate_B=0;\ninfRate_C=0;\n"
+            "\n\n"
+            "% ===Initialise state vector (ODE variables)===\n%MODIFY line below to define any bolus "
+            "administration\n"
+            "u_init =[0, 0, 0];\n"
+            "\n\nobsTime=[1,2];%MODIFY this line to specify the observation time\n"
+            "doseTime=0;%MODIFY this line to specify the dose time\n\n"
+            "[t,u] = ode15s(@RHS, [doseTime obsTime],u_init );  %SOLVING ODE\n\nend" +
+            function +
+            "\n\n"
+            "function out = RHS(t, u)\nA = u(1);\nB = u(2);\nC = u(3);\n[Km, Vm, k] = parameterValues();"
+            "\nglobal infRate_A infRate_B infRate_C"
+            "\nout(1)=-Vm*A/(Km+A)+infRate_A;\nout(2)=Vm*A/(Km+A)-k*B+infRate_B;\nout(3)=k*B+infRate_C;"
+            "\nout=out';\n\nend";
     QCOMPARE(generateScripts(system, smallTransformation(), stored).matlab, expected);
 }
 
@@ -369,12 +397,10 @@ void ScriptExportTest::pbpkCompartmentDiagram()
         if (line.startsWith(' '))
             edges << line;
     // Column by column: what each state feeds, in equation order.
-    const QStringList expected{
-        " Aven->Alu", " Alu->Aart",
-        " Aart->Ali", " Aart->Agu", " Aart->Asp", " Aart->Aki", " Aart->Amu",
-        " Aart->Aad", " Aart->Abr", " Aart->Ask", " Aart->Are",
-        " Ali->Aven", " Agu->Ali", " Asp->Ali", " Aki->Aven", " Amu->Aven",
-        " Aad->Aven", " Abr->Aven", " Ask->Aven", " Are->Aven"};
+    const QStringList expected{" Aven->Alu", " Alu->Aart", " Aart->Ali", " Aart->Agu", " Aart->Asp",
+                               " Aart->Aki", " Aart->Amu", " Aart->Aad", " Aart->Abr", " Aart->Ask",
+                               " Aart->Are", " Ali->Aven", " Agu->Ali",  " Asp->Ali",  " Aki->Aven",
+                               " Amu->Aven", " Aad->Aven", " Abr->Aven", " Ask->Aven", " Are->Aven"};
     QCOMPARE(edges, expected);
 }
 
@@ -386,8 +412,8 @@ void ScriptExportTest::storedPointAndFallback()
     QCOMPARE(stored.finalIteration, 2);
     QCOMPARE(stored.row, 1);
     const QVector<double> parameters = p.model.parametersOf(stored.x);
-    QVERIFY(std::abs(parameters[0] - 4.0) < 1e-12 && std::abs(parameters[1] - 40.0) < 1e-12
-            && std::abs(parameters[2] - 1.2) < 1e-12);
+    QVERIFY(std::abs(parameters[0] - 4.0) < 1e-12 && std::abs(parameters[1] - 40.0) < 1e-12 &&
+            std::abs(parameters[2] - 1.2) < 1e-12);
 
     // A newest iteration without any SSR is no result: the domain midpoints.
     writeDoubleMatrix(p.folder + "/compResult/X_3.csv", {{0.0, 0.0, 0.0}});
@@ -396,8 +422,8 @@ void ScriptExportTest::storedPointAndFallback()
     QCOMPARE(fallback.finalIteration, -1);
     const QVector<double> midpoints = p.model.parametersOf(fallback.x);
     for (int i = 0; i < 3; ++i)
-        QVERIFY(std::abs(midpoints[i] - p.model.referenceParameters[i])
-                < 1e-9 * p.model.referenceParameters[i]);
+        QVERIFY(std::abs(midpoints[i] - p.model.referenceParameters[i]) <
+                1e-9 * p.model.referenceParameters[i]);
 
     QVERIFY(exportScripts(p.folder, p.model).isEmpty());
     for (const QString &name : scriptFileNames())
@@ -410,7 +436,7 @@ void ScriptExportTest::rScriptMatchesStage2()
     if (!hasProgram("Rscript"))
         QSKIP("Rscript is not installed");
     const QStringList arguments{
-        "-e", "suppressMessages(source('rscript_ODE.R')); cat(sprintf('%.17g', y), sep='\\n')"};
+            "-e", "suppressMessages(source('rscript_ODE.R')); cat(sprintf('%.17g', y), sep='\\n')"};
 
     OralProject p;
     QVERIFY(exportScripts(p.folder, p.model).isEmpty());
@@ -430,8 +456,7 @@ void ScriptExportTest::rScriptMatchesStage2()
     y.clear();
     for (const QString &line : output.split('\n', Qt::SkipEmptyParts))
         y << line.toDouble();
-    compareOutputs(y, p.outputs(p.stage2States(model.referenceParameters), model.referenceParameters),
-                   1e-4);
+    compareOutputs(y, p.outputs(p.stage2States(model.referenceParameters), model.referenceParameters), 1e-4);
 }
 
 void ScriptExportTest::pythonScriptMatchesStage2()
@@ -448,8 +473,7 @@ void ScriptExportTest::pythonScriptMatchesStage2()
     const QString path = p.folder + "/model/python_ODE.py";
     QString text = readTextFile(path);
     text = replaced(text, "y_init=[\n0, # Ag\n", "y_init=[\n320, # Ag\n");
-    text = replaced(text, "time = np.linspace(0,24,49)",
-                    "time = np.array([0," + p.observationTimes() + "])");
+    text = replaced(text, "time = np.linspace(0,24,49)", "time = np.array([0," + p.observationTimes() + "])");
     text += "\nnp.savetxt('python_result.csv', sol[1:], delimiter=',', fmt='%.17g')\n";
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
@@ -457,8 +481,8 @@ void ScriptExportTest::pythonScriptMatchesStage2()
     file.close();
 
     QVERIFY(run(python, {"python_ODE.py"}, p.folder + "/model", &output));
-    compareOutputs(p.outputsOfRows(readDoubleMatrix(p.folder + "/model/python_result.csv"), 0),
-                   p.reference, 1e-4);
+    compareOutputs(p.outputsOfRows(readDoubleMatrix(p.folder + "/model/python_result.csv"), 0), p.reference,
+                   1e-4);
 }
 
 void ScriptExportTest::matlabScriptMatchesStage2()

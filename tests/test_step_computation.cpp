@@ -102,8 +102,7 @@ void TestStepComputation::localJacobianOfLinearModel()
         const QVector<bool> mask(12, true);
 
         QTest::ignoreMessage(QtDebugMsg, QRegularExpression("^Matrix calc time  [0-9.e+-]+$"));
-        const StepResult result = computeSteps(problem.X, problem.Y, mask, Vector(12, 0.0),
-                                               problem.settings);
+        const StepResult result = computeSteps(problem.X, problem.Y, mask, Vector(12, 0.0), problem.settings);
         // Every local fit of an exactly linear model recovers J; with
         // lambda = 0 the Gauss-Newton step lands on x*.
         QVERIFY(matricesNear(result.lastJacobian, problem.J, 1e-9));
@@ -111,11 +110,11 @@ void TestStepComputation::localJacobianOfLinearModel()
             QVERIFY2(reachesTarget(problem, result, i), qPrintable(QString::number(i)));
 
         // A large lambda damps the step.
-        const StepResult damped = computeSteps(problem.X, problem.Y, mask, Vector(12, 100.0),
-                                               problem.settings);
+        const StepResult damped =
+                computeSteps(problem.X, problem.Y, mask, Vector(12, 100.0), problem.settings);
         for (std::size_t i = 0; i < 12; ++i)
-            QVERIFY(ublas::norm_2(ublas::row(damped.steps, i))
-                    < 0.1 * ublas::norm_2(ublas::row(result.steps, i)));
+            QVERIFY(ublas::norm_2(ublas::row(damped.steps, i)) <
+                    0.1 * ublas::norm_2(ublas::row(result.steps, i)));
     }
 }
 
@@ -126,12 +125,10 @@ void TestStepComputation::weights_data()
     const double inf = std::numeric_limits<double>::infinity();
     // Ranges 2 and 4: (0,0)-(1,0) and (0,0)-(0,2) are 1/4 apart, (1,0)-(0,2)
     // 1/2; point 3 is invalid; point 4 duplicates point 0.
-    QTest::newRow("distance") << false
-                              << QVector<double>{0, 4, 4, 0, inf, 4, 0, 2, 0, 4, 4, 2, 0, 0, 4,
-                                                 0, 0, 0, 0, 0, inf, 4, 4, 0, 0};
-    QTest::newRow("uniform") << true
-                             << QVector<double>{0, 1, 1, 0, 1, 1, 0, 1, 0, 1, 1, 1, 0, 0, 1,
-                                                0, 0, 0, 0, 0, 1, 1, 1, 0, 0};
+    QTest::newRow("distance") << false << QVector<double>{0, 4, 4, 0, inf, 4, 0, 2,   0, 4, 4, 2, 0,
+                                                          0, 4, 0, 0, 0,   0, 0, inf, 4, 4, 0, 0};
+    QTest::newRow("uniform") << true << QVector<double>{0, 1, 1, 0, 1, 1, 0, 1, 0, 1, 1, 1, 0,
+                                                        0, 1, 0, 0, 0, 0, 0, 1, 1, 1, 0, 0};
 }
 
 void TestStepComputation::weights()
@@ -207,8 +204,7 @@ void TestStepComputation::globalModelPullsInvalidPoints()
     mask[2] = mask[9] = false;
     mask[5] = false;
 
-    const StepResult result = computeSteps(problem.X, problem.Y, mask, Vector(10, 0.0),
-                                           problem.settings);
+    const StepResult result = computeSteps(problem.X, problem.Y, mask, Vector(10, 0.0), problem.settings);
     // The invalid points follow the global linear model, fitted on the
     // masked points only, to the target; their outputs poison nothing.
     QVERIFY(reachesTarget(problem, result, 2));
@@ -228,13 +224,12 @@ void TestStepComputation::globalModelPullsInvalidPoints()
     // An invalid point is pulled whatever its mask: with its infinite output
     // in the global fit the step is not a number rather than no step.
     mask[2] = true;
-    const StepResult poisoned = computeSteps(problem.X, problem.Y, mask, Vector(10, 0.0),
-                                             problem.settings);
+    const StepResult poisoned = computeSteps(problem.X, problem.Y, mask, Vector(10, 0.0), problem.settings);
     QVERIFY(std::isnan(poisoned.steps(2, 0)));
 
     // Without masked points the global fit is empty and pulls nowhere.
-    const StepResult idle = computeSteps(problem.X, problem.Y, QVector<bool>(10, false),
-                                         Vector(10, 0.0), problem.settings);
+    const StepResult idle =
+            computeSteps(problem.X, problem.Y, QVector<bool>(10, false), Vector(10, 0.0), problem.settings);
     QCOMPARE(idle.steps(9, 0), 0.0);
 
     // No point needing a Jacobian: none is kept.
@@ -242,8 +237,7 @@ void TestStepComputation::globalModelPullsInvalidPoints()
     Matrix validY = problem.Y;
     ublas::row(validY, 2) = ublas::row(validY, 3);
     ublas::row(validY, 9) = ublas::row(validY, 3);
-    const StepResult none = computeSteps(problem.X, validY, noInvalid, Vector(10, 0.0),
-                                         problem.settings);
+    const StepResult none = computeSteps(problem.X, validY, noInvalid, Vector(10, 0.0), problem.settings);
     QCOMPARE(none.lastJacobian.size1(), std::size_t(0));
     QVERIFY(matricesNear(none.steps, Matrix(10, 2, 0.0), 0.0));
 }
@@ -268,8 +262,8 @@ void TestStepComputation::perturbedTargetStaysInItsBand()
     double lowest = 10.0;
     double highest = -10.0;
     for (int round = 0; round < 200; ++round) {
-        const StepResult result = computeSteps(X, Y, QVector<bool>{true, true, true, false},
-                                               Vector(4, 0.0), settings);
+        const StepResult result =
+                computeSteps(X, Y, QVector<bool>{true, true, true, false}, Vector(4, 0.0), settings);
         const double landed = X(3, 0) + result.steps(3, 0);
         lowest = std::min(lowest, landed);
         highest = std::max(highest, landed);
@@ -284,8 +278,8 @@ void TestStepComputation::identicalPointsGiveNaNSteps()
     LinearProblem problem = linearProblem(8, 2, 3, 9);
     ublas::row(problem.X, 6) = ublas::row(problem.X, 1);
     ublas::row(problem.Y, 6) = ublas::row(problem.Y, 1);
-    const StepResult result = computeSteps(problem.X, problem.Y, QVector<bool>(8, true),
-                                           Vector(8, 0.0), problem.settings);
+    const StepResult result =
+            computeSteps(problem.X, problem.Y, QVector<bool>(8, true), Vector(8, 0.0), problem.settings);
     QVERIFY(std::isnan(result.steps(1, 0)));
     QVERIFY(std::isnan(result.steps(6, 0)));
     for (std::size_t i : {0, 2, 3, 4, 5, 7})

@@ -48,8 +48,8 @@ bool near(const DoubleMatrix &a, const DoubleMatrix &b, double tolerance)
     for (int r = 0; same && r < a.size(); ++r) {
         same = a[r].size() == b[r].size();
         for (int c = 0; same && c < a[r].size(); ++c)
-            same = std::abs(a[r][c] - b[r][c]) <= tolerance * std::abs(a[r][c])
-                   || (std::isnan(a[r][c]) && std::isnan(b[r][c]));
+            same = std::abs(a[r][c] - b[r][c]) <= tolerance * std::abs(a[r][c]) ||
+                   (std::isnan(a[r][c]) && std::isnan(b[r][c]));
     }
     return same;
 }
@@ -85,15 +85,15 @@ void TableFilesTest::tableText_data()
     QTest::addColumn<QString>("text");
 
     QTest::newRow("2x2, no line end after the last row")
-        << StringMatrix{{"a", "b"}, {"c", "d"}} << "a,b\nc,d";
+            << StringMatrix{{"a", "b"}, {"c", "d"}} << "a,b\nc,d";
     QTest::newRow("missing last cell of an upper row")
-        << StringMatrix{{"a", "<none>"}, {"c", "d"}} << "a, \nc,d";
+            << StringMatrix{{"a", "<none>"}, {"c", "d"}} << "a, \nc,d";
     QTest::newRow("missing first cell of an upper row")
-        << StringMatrix{{"<none>", "b"}, {"c", "d"}} << " ,b\nc,d";
+            << StringMatrix{{"<none>", "b"}, {"c", "d"}} << " ,b\nc,d";
     QTest::newRow("missing middle cell of the last row has no blank")
-        << StringMatrix{{"a", "b", "c"}, {"d", "<none>", "f"}} << "a,b,c\nd,,f";
+            << StringMatrix{{"a", "b", "c"}, {"d", "<none>", "f"}} << "a,b,c\nd,,f";
     QTest::newRow("missing last cell of the last row writes nothing")
-        << StringMatrix{{"a", "b"}, {"c", "<none>"}} << "a,b\nc,";
+            << StringMatrix{{"a", "b"}, {"c", "<none>"}} << "a,b\nc,";
     QTest::newRow("no rows") << StringMatrix{} << "";
 }
 
@@ -115,13 +115,12 @@ void TableFilesTest::writtenTableReadsBack_data()
     QTest::addColumn<StringMatrix>("strings");
 
     QTest::newRow("placeholder becomes empty")
-        << StringMatrix{{"a", "<none>"}, {"c", "d"}} << StringMatrix{{"a", ""}, {"c", "d"}};
+            << StringMatrix{{"a", "<none>"}, {"c", "d"}} << StringMatrix{{"a", ""}, {"c", "d"}};
     QTest::newRow("missing cells in every row")
-        << StringMatrix{{"<none>", "1", "2"}, {"3", "<none>", "5"}, {"6", "7", "<none>"}}
-        << StringMatrix{{"", "1", "2"}, {"3", "", "5"}, {"6", "7", ""}};
+            << StringMatrix{{"<none>", "1", "2"}, {"3", "<none>", "5"}, {"6", "7", "<none>"}}
+            << StringMatrix{{"", "1", "2"}, {"3", "", "5"}, {"6", "7", ""}};
     QTest::newRow("a comma inside a cell splits it")
-        << StringMatrix{{"x,y", "z"}, {"1", "2"}}
-        << StringMatrix{{"x", "y", "z"}, {"1", "2", "NA"}};
+            << StringMatrix{{"x,y", "z"}, {"1", "2"}} << StringMatrix{{"x", "y", "z"}, {"1", "2", "NA"}};
 }
 
 void TableFilesTest::writtenTableReadsBack()
@@ -143,17 +142,14 @@ void TableFilesTest::fillFromText_data()
     QTest::addColumn<StringMatrix>("cells");
 
     QTest::newRow("columns from the last line, widened by a longer one")
-        << QStringList{"a,b,c,d,e", "a,b", "a,b,c"}
-        << StringMatrix{{"a", "b", "c", "d", "e"},
-                        {"a", "b", "NA", "NA", "NA"},
-                        {"a", "b", "c", "NA", "NA"}};
+            << QStringList{"a,b,c,d,e", "a,b", "a,b,c"}
+            << StringMatrix{
+                       {"a", "b", "c", "d", "e"}, {"a", "b", "NA", "NA", "NA"}, {"a", "b", "c", "NA", "NA"}};
     QTest::newRow("rows before the widening have no items in new columns")
-        << QStringList{"a", "a,b,c,d", "a,b"}
-        << StringMatrix{{"a", "NA", "<none>", "<none>"},
-                        {"a", "b", "c", "d"},
-                        {"a", "b", "NA", "NA"}};
+            << QStringList{"a", "a,b,c,d", "a,b"}
+            << StringMatrix{{"a", "NA", "<none>", "<none>"}, {"a", "b", "c", "d"}, {"a", "b", "NA", "NA"}};
     QTest::newRow("empty fields are kept")
-        << QStringList{",x,", ", ,"} << StringMatrix{{"", "x", ""}, {"", " ", ""}};
+            << QStringList{",x,", ", ,"} << StringMatrix{{"", "x", ""}, {"", " ", ""}};
 }
 
 void TableFilesTest::fillFromText()
@@ -174,11 +170,11 @@ void TableFilesTest::fillFromDoubleMatrix_data()
     QTest::newRow("rows of 3 and 2") << DoubleMatrix{{1, 2, 3}, {4, 5}}
                                      << StringMatrix{{"1", "2", "3"}, {"4", "5", "NaN"}};
     QTest::newRow("widening leaves earlier rows without items")
-        << DoubleMatrix{{1, 2}, {3, 4, 5}, {6}}
-        << StringMatrix{{"1", "2", "<none>"}, {"3", "4", "5"}, {"6", "NaN", "NaN"}};
+            << DoubleMatrix{{1, 2}, {3, 4, 5}, {6}}
+            << StringMatrix{{"1", "2", "<none>"}, {"3", "4", "5"}, {"6", "NaN", "NaN"}};
     QTest::newRow("six significant digits")
-        << DoubleMatrix{{1234567.0, 0.1, 1.0 / 3.0, -2.5e-7, std::nan("")}}
-        << StringMatrix{{"1.23457e+06", "0.1", "0.333333", "-2.5e-07", "nan"}};
+            << DoubleMatrix{{1234567.0, 0.1, 1.0 / 3.0, -2.5e-7, std::nan("")}}
+            << StringMatrix{{"1.23457e+06", "0.1", "0.333333", "-2.5e-07", "nan"}};
 }
 
 void TableFilesTest::fillFromDoubleMatrix()
@@ -274,14 +270,13 @@ void TableFilesTest::missingFileLeavesTargetUnchanged()
 
 void TableFilesTest::labelledColumns()
 {
-    const QString text = labelledColumnsText({"time", "1", "2"},
-                                             {{0, 0.5, 1}, {10, 20.5, 1.0 / 3.0}, {1e-7, 1234567}});
+    const QString text =
+            labelledColumnsText({"time", "1", "2"}, {{0, 0.5, 1}, {10, 20.5, 1.0 / 3.0}, {1e-7, 1234567}});
     QCOMPARE(text, QString(",time,1,2\n"
                            ",0,10,1e-07\n"
                            ",0.5,20.5,1.23457e+06\n"
                            ",1,0.333333,\n"));
-    QCOMPARE(labelledColumnsText({"a"}, {{1, 2}}, {"first", "second"}),
-             QString(",a\nfirst,1\nsecond,2\n"));
+    QCOMPARE(labelledColumnsText({"a"}, {{1, 2}}, {"first", "second"}), QString(",a\nfirst,1\nsecond,2\n"));
 }
 
 QTEST_GUILESS_MAIN(TableFilesTest)

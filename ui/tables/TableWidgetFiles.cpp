@@ -13,7 +13,7 @@ TableCells::Cell itemText(const QTableWidgetItem *item)
     return item->data(Qt::DisplayRole).toString();
 }
 
-template <typename Matrix>
+template<typename Matrix>
 void fillFromMatrix(QTableWidget *table, const Matrix &matrix)
 {
     TableCells cells = tableCells(table);
@@ -49,9 +49,18 @@ void setTableCells(QTableWidget *table, const TableCells &cells)
     }
 }
 
-void matrixToTable(QTableWidget *table, const DoubleMatrix &matrix) { fillFromMatrix(table, matrix); }
-void matrixToTable(QTableWidget *table, const IntMatrix &matrix) { fillFromMatrix(table, matrix); }
-void matrixToTable(QTableWidget *table, const StringMatrix &matrix) { fillFromMatrix(table, matrix); }
+void matrixToTable(QTableWidget *table, const DoubleMatrix &matrix)
+{
+    fillFromMatrix(table, matrix);
+}
+void matrixToTable(QTableWidget *table, const IntMatrix &matrix)
+{
+    fillFromMatrix(table, matrix);
+}
+void matrixToTable(QTableWidget *table, const StringMatrix &matrix)
+{
+    fillFromMatrix(table, matrix);
+}
 
 void setHorizontalHeaders(QTableWidget *table, const QStringList &headers)
 {
