@@ -46,24 +46,12 @@ double OptionReader::doubleValue(const QString &name, double fallback) const
     return value;
 }
 
-QString plainText(const QString &html)
-{
-    QString text = html;
-    text.replace(QStringLiteral("<br>"), QStringLiteral("\n"));
-    text.remove(QRegularExpression(QStringLiteral("<[^>]*>")));
-    return text.trimmed();
-}
-
 ProjectModel loadCheckedProject(const QString &folder)
 {
     if (!QDir(folder).exists())
         throw InputError(QStringLiteral("No such project folder: %1").arg(folder));
     ProjectModel project = loadProjectModel(folder);
-    if (!project.isValid()) {
-        QStringList lines;
-        for (const QString &message : qAsConst(project.errors))
-            lines << plainText(message);
-        throw InputError(lines.join(QLatin1Char('\n')));
-    }
+    if (!project.isValid())
+        throw InputError(problemTexts(project.problems).join(QLatin1Char('\n')));
     return project;
 }

@@ -36,9 +36,6 @@ private:
     QStringList m_flags;
 };
 
-// The system's messages as plain text (HTML tags removed).
-QString plainText(const QString &html);
-
 // Loads and checks the project; throws InputError with every message.
 ProjectModel loadCheckedProject(const QString &folder);
 

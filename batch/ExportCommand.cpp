@@ -10,7 +10,7 @@ int exportCommand(const QString &folder, const QStringList &arguments)
     const ProjectModel project = loadCheckedProject(folder);
     const QStringList failed = exportScripts(folder, project);
     if (!failed.isEmpty())
-        throw InputError(plainText(failed.join(QStringLiteral("<br>"))));
+        throw InputError(failed.join(QLatin1Char('\n')));
     for (const char *name : {"rscript_ODE.R", "rscript_translationFunctions.R", "python_ODE.py",
                              "matlab_ODE.m", "rscript_compartmentDiagram.R"})
         std::printf("%s/model/%s\n", qPrintable(folder), name);

@@ -78,13 +78,14 @@ int simulateCommand(const QString &folder, const QStringList &arguments)
         const SimulationResult simulated =
                 simulate(project.system, project.doseEvents, times, parameters, expression,
                          integrator == QLatin1String("rosenbrock"), integratorMessages);
-        if (!simulated.values.isEmpty() || simulated.errors.isEmpty()) {
+        const QStringList problems = problemTexts(simulated.problems);
+        if (!simulated.values.isEmpty() || problems.isEmpty()) {
             columns << simulated.values;
-            for (const QString &error : simulated.errors)
-                std::fprintf(stderr, "%s\n", qPrintable(plainText(error)));
+            for (const QString &problem : problems)
+                std::fprintf(stderr, "%s\n", qPrintable(problem));
             continue;
         }
-        throw InputError(plainText(simulated.errors.join(QStringLiteral("<br>"))));
+        throw InputError(problems.join(QLatin1Char('\n')));
     }
 
     std::printf("time,%s\n", qPrintable(expressions.join(QLatin1Char(','))));

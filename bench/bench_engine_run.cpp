@@ -67,7 +67,7 @@ void pbpkRun(benchmark::State &state, int threads, const RunConfiguration &confi
 {
     const ProjectModel &project = pbpkProject();
     if (!project.isValid()) {
-        state.SkipWithError(qPrintable(project.errors.join("; ")));
+        state.SkipWithError(qPrintable(problemTexts(project.problems).join("; ")));
         return;
     }
     std::mt19937_64 generator(12345);

@@ -60,7 +60,7 @@ void solve(benchmark::State &state, bool rosenbrock, bool compiled)
 {
     const ProjectModel &project = pbpkProject();
     if (!project.isValid()) {
-        state.SkipWithError(qPrintable(project.errors.join("; ")));
+        state.SkipWithError(qPrintable(problemTexts(project.problems).join("; ")));
         return;
     }
     model_ode model(project.system, project.doseEvents, project.observations);

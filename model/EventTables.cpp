@@ -24,17 +24,26 @@ double evaluateParsed(const ExpressionParser &parser, const QVector<double> &val
     return parser.evaluate(valuesFor(parser, values));
 }
 
-QString doseError(const QString &tableName, int rowNumber, const QString &columnName,
-                  const QStringList &messages)
+// The heading of a cell's problem text; its messages follow on lines of their own.
+QString cellHeading(const QString &tableName, int rowNumber, const QString &columnName)
 {
-    return "<font color=red> Error in " + tableName + " (" + QString::number(rowNumber) + "th row " +
-           columnName + "):<br>" + messages.join("<br>") + "</font>";
+    return "Error in " + tableName + " (" + QString::number(rowNumber) + "th row " + columnName + "):";
 }
 
-QString observationError(int rowNumber, const QString &columnName)
+Problem doseProblem(DoseTable table, DoseColumn column, const QString &tableName, int rowNumber,
+                    const QString &columnName, const QStringList &messages)
 {
-    return "<font color=red> Error in Observation Table (" + QString::number(rowNumber) + "th row " +
-           columnName + "):<br> Expression could not be understood.</font>";
+    const ProblemSource source =
+            table == DoseTable::Simulation ? ProblemSource::SimulationDoseTable : ProblemSource::DoseTable;
+    return {source, rowNumber - 1, int(column),
+            cellHeading(tableName, rowNumber, columnName) + "\n" + messages.join("\n")};
+}
+
+Problem observationProblem(ObservationColumn column, int rowNumber, const QString &columnName,
+                           const QStringList &messages)
+{
+    return {ProblemSource::ObservationTable, rowNumber - 1, int(column),
+            cellHeading("Observation Table", rowNumber, columnName) + "\n" + messages.join("\n")};
 }
 
 void addMessage(QStringList &messages, const QString &message)
@@ -130,7 +139,7 @@ CellCheck readDoseCell(DoseEvent &event, DoseColumn column, const QString &text,
         resolveCompartment(event, text, stateNames);
         if (!event.compartmentValid) {
             check.valid = false;
-            check.error = doseError(tableName, rowNumber, "Compartment", event.messages);
+            check.problem = doseProblem(table, column, tableName, rowNumber, "Compartment", event.messages);
         }
         return check;
     }
@@ -146,7 +155,7 @@ CellCheck readDoseCell(DoseEvent &event, DoseColumn column, const QString &text,
         isExpression = cell.isExpression;
         if (!check.valid) {
             addMessage(event.messages, message);
-            check.error = doseError(errorTable, rowNumber, header, event.messages);
+            check.problem = doseProblem(table, column, errorTable, rowNumber, header, event.messages);
         }
     };
     switch (column) {
@@ -182,8 +191,7 @@ CellCheck readObservationCell(ObservationEvent &event, ObservationColumn column,
             event.messages << "Could not evaluate the tree.";
         if (!event.messages.isEmpty()) {
             check.valid = false;
-            check.error = "<font color=red> Error in Observation Table (" + QString::number(rowNumber) +
-                          "th row Compartment):<br>" + event.messages.join("<br>") + "</font>";
+            check.problem = observationProblem(column, rowNumber, "Compartment", event.messages);
         }
         return check;
     }
@@ -191,18 +199,19 @@ CellCheck readObservationCell(ObservationEvent &event, ObservationColumn column,
     const NumericCell cell = readNumericCell(text, parameterNames, parameterValues);
     check.valid = cell.valid();
     check.note = cell.note;
+    const QString notUnderstood = QStringLiteral(" Expression could not be understood.");
     if (column == ObservationColumn::Time) {
         event.time = cell.value;
         event.timeExpression = cell.expression;
         event.timeIsExpression = cell.isExpression;
         if (!check.valid)
-            check.error = observationError(rowNumber, "Time");
+            check.problem = observationProblem(column, rowNumber, "Time", {notUnderstood});
     } else {
         event.observedValue = cell.value;
         event.observedValueExpression = cell.expression;
         event.observedValueIsExpression = cell.isExpression;
         if (!check.valid)
-            check.error = observationError(rowNumber, "Value");
+            check.problem = observationProblem(column, rowNumber, "Value", {notUnderstood});
     }
     return check;
 }
@@ -224,7 +233,7 @@ DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table
             const CellCheck check = readDoseCell(event, column, cells[r].value(c), r + 1, table, stateNames,
                                                  parameterNames, parameterValues);
             if (!check.valid) {
-                result.errors << check.error;
+                result.problems << check.problem;
                 result.invalidCells.append({r, c});
             }
             if (!check.note.isEmpty())
@@ -251,7 +260,7 @@ ObservationTableResult readObservationTable(const QVector<QStringList> &cells, c
             const CellCheck check = readObservationCell(event, column, cells[r].value(c), r + 1, stateNames,
                                                         parameterNames, parameterValues);
             if (!check.valid) {
-                result.errors << check.error;
+                result.problems << check.problem;
                 result.invalidCells.append({r, c});
             }
             if (!check.note.isEmpty())
@@ -300,9 +309,4 @@ bool doseEventsDependOnParameters(const QVector<DoseEvent> &events)
         if (event.timeIsExpression || event.dosageIsExpression || event.durationIsExpression)
             return true;
     return false;
-}
-
-QString joinedErrors(const QStringList &errors)
-{
-    return errors.join("<br>");
 }

@@ -2,6 +2,7 @@
 
 #include "expression/ExpressionParser.h"
 #include "model/OdeSystemText.h"
+#include "model/Problem.h"
 
 #include <QString>
 #include <QStringList>
@@ -77,10 +78,11 @@ NumericCell readNumericCell(const QString &text, const QStringList &parameterNam
                             const QVector<double> &parameterValues);
 
 // The outcome of checking one cell: whether it is shown in black or red, the
-// error text (HTML) and the note shown for an understood expression.
+// problem (meaningful when not valid) and the note shown for an understood
+// expression.
 struct CellCheck {
     bool valid = true;
-    QString error;
+    Problem problem;
     QString note;
 };
 
@@ -89,7 +91,8 @@ struct CellCheck {
 void resolveCompartment(DoseEvent &event, const QString &text, const QStringList &stateNames);
 
 // Reads one cell of a dose table into the row's record. rowNumber is the
-// 1-based table row used in the error text. The note column is ignored.
+// 1-based table row used in the error text (the problem's place is 0-based).
+// The note column is ignored.
 CellCheck readDoseCell(DoseEvent &event, DoseColumn column, const QString &text, int rowNumber,
                        DoseTable table, const QStringList &stateNames, const QStringList &parameterNames,
                        const QVector<double> &parameterValues);
@@ -109,7 +112,7 @@ struct CellPosition {
 struct DoseTableResult {
     QVector<DoseEvent> events;
     QVector<int> rowOfRecord;
-    QStringList errors;                 // HTML, in table order
+    Problems problems;                  // in table order
     QStringList notes;                  // understood expressions
     QVector<CellPosition> invalidCells; // cells to show in red
 };
@@ -120,7 +123,7 @@ DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table
 struct ObservationTableResult {
     QVector<ObservationEvent> events;
     QVector<int> rowOfRecord;
-    QStringList errors;
+    Problems problems;
     QStringList notes;
     QVector<CellPosition> invalidCells;
 };
@@ -142,6 +145,3 @@ void evaluateObservationTimes(QVector<ObservationEvent> &events, const QVector<d
 // True when any dose cell holds an expression, so the time grid depends on the
 // parameter vector.
 bool doseEventsDependOnParameters(const QVector<DoseEvent> &events);
-
-// The joined HTML error text of the message area ("<br>" between fragments).
-QString joinedErrors(const QStringList &errors);

@@ -46,8 +46,9 @@ SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> 
     ExpressionParser parser(expression);
     parser.parse(system.variableNames());
     if (!parser.errorMessages().isEmpty()) {
-        result.errors << QStringLiteral("<font color=red> Error in simulation valiable expression (") +
-                                 expression + "): " + parser.errorMessages().join("<br>") + "</font>";
+        result.problems.append({ProblemSource::SimulationExpression, -1, -1,
+                                QStringLiteral("Error in simulation valiable expression (") + expression +
+                                        "): " + parser.errorMessages().join("\n")});
         return result;
     }
 
@@ -72,8 +73,8 @@ SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> 
         result.values << value;
     }
     if (failed)
-        result.errors << QStringLiteral(
-                                 "<font color=red> Could not evaluate the simulation valiable expression (") +
-                                 expression + ")</font>";
+        result.problems.append({ProblemSource::SimulationExpression, -1, -1,
+                                QStringLiteral("Could not evaluate the simulation valiable expression (") +
+                                        expression + ")"});
     return result;
 }

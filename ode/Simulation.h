@@ -2,6 +2,7 @@
 
 #include "model/EventTables.h"
 #include "model/OdeSystemText.h"
+#include "model/Problem.h"
 
 #include <QString>
 #include <QStringList>
@@ -18,7 +19,7 @@ QVector<double> parseSimulationTimePoints(const QString &text);
 
 struct SimulationResult {
     QVector<double> values; // the expression at each time point
-    QStringList errors;     // HTML fragments for the error pane
+    Problems problems;      // a bad expression, or values that could not be computed
 };
 
 // Solves the model with the given doses at the time points and evaluates the

@@ -2,19 +2,96 @@
 
 #include "project/TableFiles.h"
 
-#include <QDir>
 #include <QFile>
 
 namespace {
 
-// A table file as cell texts; false when the file is missing.
-bool readCells(const QString &path, StringMatrix &cells)
+// The files the build cannot do without. A missing initial cluster or
+// transformation text is not a problem.
+const char *const kOdeFile = "ODE_expression.txt";
+const char *const kSpecificationFile = "parameter_specifications.csv";
+const char *const kDoseFile = "dose_events.txt";
+const char *const kObservationFile = "observations.txt";
+
+void addProblem(ProjectModel &model, ProblemSource source, const QString &text)
+{
+    model.problems.append({source, -1, -1, text});
+}
+
+bool reportMissing(ProjectModel &model, const ProjectInputs &inputs, const char *file)
+{
+    if (!inputs.missingFiles.contains(QLatin1String(file)))
+        return false;
+    addProblem(model, ProblemSource::ProjectFolder, QStringLiteral("Missing model file: model/%1").arg(file));
+    return true;
+}
+
+// The parameter specification and the transformation; false when the
+// specification cannot be used, so that nothing depends on it.
+bool buildParameters(ProjectModel &model, const ProjectInputs &inputs)
+{
+    const QStringList &names = model.system.parameterNames;
+    model.parameterRows = readParameterSpecification(tableStringMatrix(inputs.parameterSpecification));
+    const QStringList specErrors = checkParameterSpecification(names, model.parameterRows);
+    if (!specErrors.isEmpty()) {
+        model.problems << problemsFrom(ProblemSource::ParameterSpecification,
+                                       specErrors + QStringList{parameterSpecificationRefusal()});
+        return false;
+    }
+    model.unfixedParameters = unfixedParameterIndices(model.parameterRows);
+    model.searchVariableCount = model.unfixedParameters.size();
+
+    const TransformationText generated = generateTransformation(names, model.parameterRows);
+    model.gText = inputs.gText.trimmed().isEmpty() ? generated.g : inputs.gText;
+    model.gInverseText = inputs.gInverseText.trimmed().isEmpty() ? generated.gInverse : inputs.gInverseText;
+    model.g = parseTransformation(model.gText, names, model.searchVariableCount);
+    model.gInverse = parseInverseTransformation(model.gInverseText, names, model.searchVariableCount);
+    model.problems << problemsFrom(ProblemSource::Transformation, model.g.errors)
+                   << problemsFrom(ProblemSource::InverseTransformation, model.gInverse.errors);
+
+    for (const ParameterSpecificationRow &row : qAsConst(model.parameterRows))
+        model.referenceParameters << (row.domainLower + row.domainUpper) * 0.5;
+    return true;
+}
+
+void buildEvents(ProjectModel &model, const ProjectInputs &inputs)
+{
+    if (!reportMissing(model, inputs, kDoseFile)) {
+        const DoseTableResult doses =
+                readDoseTable(tableStringMatrix(inputs.doseEvents), DoseTable::Estimation, model.system,
+                              model.referenceParameters);
+        model.doseEvents = doses.events;
+        model.problems << doses.problems;
+    }
+    if (!reportMissing(model, inputs, kObservationFile)) {
+        const ObservationTableResult observations = readObservationTable(
+                tableStringMatrix(inputs.observations), model.system, model.referenceParameters);
+        model.observations = observations.events;
+        model.problems << observations.problems;
+        for (const ObservationEvent &event : qAsConst(model.observations))
+            model.observedValues << event.observedValue;
+        if (model.observations.isEmpty())
+            addProblem(model, ProblemSource::ObservationTable,
+                       QStringLiteral("The observation table holds no observations."));
+    }
+}
+
+void buildInitialCluster(ProjectModel &model, const ProjectInputs &inputs)
+{
+    if (inputs.initialCluster.rowCount() == 0)
+        return;
+    model.initialCluster = tableDoubleMatrix(inputs.initialCluster);
+    if (const auto wrong = checkImportedClusterColumns(model.initialCluster, model.searchVariableCount))
+        addProblem(model, ProblemSource::InitialCluster, wrong->text);
+}
+
+// A table file as cells; a missing file is recorded and gives an empty table.
+TableCells readTableFile(const QString &dir, const char *name, QStringList &missingFiles)
 {
     TableCells table;
-    if (!readTable(path, table))
-        return false;
-    cells = tableStringMatrix(table);
-    return true;
+    if (!readTable(dir + name, table))
+        missingFiles << QLatin1String(name);
+    return table;
 }
 
 } // namespace
@@ -32,81 +109,42 @@ QVector<double> ProjectModel::parametersOf(const QVector<double> &x) const
     return applyTransformation(g, system.parameterNames, x);
 }
 
-ProjectModel loadProjectModel(const QString &folder)
+ProjectModel buildProjectModel(const ProjectInputs &inputs)
 {
     ProjectModel model;
-    model.folder = folder;
-    const QString dir = folder + "/model/";
-    auto missing = [&model](const QString &name) {
-        model.errors << QStringLiteral("Missing model file: model/%1").arg(name);
-    };
-
-    const QString odeText = readTextFile(dir + "ODE_expression.txt");
-    if (odeText.isNull()) {
-        missing("ODE_expression.txt");
+    if (reportMissing(model, inputs, kOdeFile))
         return model;
-    }
-    model.system = OdeSystemText(odeText, readTextFile(dir + "ODE_auxiliary_function_expression.txt"));
+    model.system = OdeSystemText(inputs.odeText, inputs.auxiliaryText);
     model.system.parseOdeSystem();
-    model.errors << model.system.errors;
-    const QStringList &names = model.system.parameterNames;
+    model.problems << problemsFrom(ProblemSource::OdeSystem, model.system.errors);
 
-    StringMatrix specCells;
-    if (!readCells(dir + "parameter_specifications.csv", specCells)) {
-        missing("parameter_specifications.csv");
+    if (reportMissing(model, inputs, kSpecificationFile) || !buildParameters(model, inputs))
         return model;
-    }
-    model.parameterRows = readParameterSpecification(specCells);
-    const QStringList specErrors = checkParameterSpecification(names, model.parameterRows);
-    if (!specErrors.isEmpty()) {
-        model.errors << specErrors << parameterSpecificationRefusal();
-        return model;
-    }
-    model.unfixedParameters = unfixedParameterIndices(model.parameterRows);
-    model.searchVariableCount = model.unfixedParameters.size();
+    buildEvents(model, inputs);
+    buildInitialCluster(model, inputs);
+    return model;
+}
 
-    const TransformationText generated = generateTransformation(names, model.parameterRows);
-    model.gText = readTextFile(dir + "reparaDefinition.txt");
-    if (model.gText.trimmed().isEmpty())
-        model.gText = generated.g;
-    model.gInverseText = readTextFile(dir + "reparaInverse.txt");
-    if (model.gInverseText.trimmed().isEmpty())
-        model.gInverseText = generated.gInverse;
-    model.g = parseTransformation(model.gText, names, model.searchVariableCount);
-    model.gInverse = parseInverseTransformation(model.gInverseText, names, model.searchVariableCount);
-    model.errors << model.g.errors << model.gInverse.errors;
+ProjectInputs readProjectInputs(const QString &folder)
+{
+    ProjectInputs inputs;
+    const QString dir = folder + "/model/";
+    inputs.odeText = readTextFile(dir + kOdeFile);
+    if (inputs.odeText.isNull())
+        inputs.missingFiles << QLatin1String(kOdeFile);
+    inputs.auxiliaryText = readTextFile(dir + "ODE_auxiliary_function_expression.txt");
+    inputs.parameterSpecification = readTableFile(dir, kSpecificationFile, inputs.missingFiles);
+    inputs.gText = readTextFile(dir + "reparaDefinition.txt");
+    inputs.gInverseText = readTextFile(dir + "reparaInverse.txt");
+    inputs.doseEvents = readTableFile(dir, kDoseFile, inputs.missingFiles);
+    inputs.observations = readTableFile(dir, kObservationFile, inputs.missingFiles);
+    readTable(dir + "initial_cluster.txt", inputs.initialCluster);
+    return inputs;
+}
 
-    for (const ParameterSpecificationRow &row : qAsConst(model.parameterRows))
-        model.referenceParameters << (row.domainLower + row.domainUpper) * 0.5;
-
-    StringMatrix doseCells;
-    if (!readCells(dir + "dose_events.txt", doseCells)) {
-        missing("dose_events.txt");
-    } else {
-        const DoseTableResult doses =
-                readDoseTable(doseCells, DoseTable::Estimation, model.system, model.referenceParameters);
-        model.doseEvents = doses.events;
-        model.errors << doses.errors;
-    }
-
-    StringMatrix observationCells;
-    if (!readCells(dir + "observations.txt", observationCells)) {
-        missing("observations.txt");
-    } else {
-        const ObservationTableResult observations =
-                readObservationTable(observationCells, model.system, model.referenceParameters);
-        model.observations = observations.events;
-        model.errors << observations.errors;
-        for (const ObservationEvent &event : qAsConst(model.observations))
-            model.observedValues << event.observedValue;
-        if (model.observations.isEmpty())
-            model.errors << QStringLiteral("The observation table holds no observations.");
-    }
-
-    if (QFile::exists(dir + "initial_cluster.txt")) {
-        model.initialCluster = readDoubleMatrix(dir + "initial_cluster.txt");
-        if (const auto wrong = checkImportedClusterColumns(model.initialCluster, model.searchVariableCount))
-            model.errors << wrong->text;
-    }
+ProjectModel loadProjectModel(const QString &folder)
+{
+    ProjectModel model = buildProjectModel(readProjectInputs(folder));
+    model.folder = folder;
     return model;
 }

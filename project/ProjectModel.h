@@ -3,17 +3,42 @@
 #include "model/EventTables.h"
 #include "model/OdeSystemText.h"
 #include "model/ParameterSpecification.h"
+#include "model/Problem.h"
 #include "project/TableCells.h"
 
 #include <QString>
 #include <QStringList>
 #include <QVector>
 
-// The model files of a project folder ("model/ODE_expression.txt",
-// "model/dose_events.txt", ...), read without widgets and checked with the
-// same checks and messages as the workbench's own edits.
+// What a user gives to define a project, as the window's editors and tables
+// hold it and as the model folder stores it: texts and table cells.
+struct ProjectInputs {
+    QString odeText;
+    QString auxiliaryText;
+    TableCells parameterSpecification;
+    QString gText;        // empty: generated from the parameter specification
+    QString gInverseText; // empty: generated likewise
+    TableCells doseEvents;
+    TableCells observations;
+    TableCells initialCluster; // no rows: no initial cluster given
+
+    // The simulation tab's settings: saved with the project, not part of the
+    // model (and not read back: a load starts the simulation doses from the
+    // model's dose events).
+    TableCells simulationParameters;
+    TableCells simulationDoseEvents;
+    QString simulationTimePoints;
+
+    // Model files a folder lacked ("ODE_expression.txt", ...); always empty for
+    // inputs taken from the window.
+    QStringList missingFiles;
+};
+
+// A checked model built from project inputs: the parsed ODE system, the
+// parameter specification and transformation, the events and the initial
+// cluster, with every problem found.
 struct ProjectModel {
-    QString folder;
+    QString folder; // the project folder it was read from; empty for window inputs
 
     OdeSystemText system;
     QVector<ParameterSpecificationRow> parameterRows;
@@ -31,21 +56,26 @@ struct ProjectModel {
     // midpoints of the domains of interest.
     QVector<double> referenceParameters;
 
-    DoubleMatrix initialCluster; // empty when the folder has none
+    DoubleMatrix initialCluster; // empty when none is given
 
-    // Problems found, in the order found; HTML fragments where the system
-    // writes them so.
-    QStringList errors;
+    // Problems found, in the order found.
+    Problems problems;
 
-    bool isValid() const { return errors.isEmpty(); }
+    bool isValid() const { return problems.isEmpty(); }
     // The cluster row x mapped to model parameters through g.
     QVector<double> parametersOf(const QVector<double> &x) const;
 };
 
-// Reads and checks the model files of folder. A missing required file (the
-// ODE text, the parameter specification, the dose events or the
-// observations) is an error; missing g and g inverse texts are generated from
-// the parameter specification.
+// Builds and checks the model. Problems are collected, never thrown; the
+// build stops early where later checks would only repeat an earlier problem
+// (no ODE text, a missing or unusable parameter specification).
+ProjectModel buildProjectModel(const ProjectInputs &inputs);
+
+// The model files of a project folder as inputs. A file that is missing is
+// listed in missingFiles and leaves its input empty.
+ProjectInputs readProjectInputs(const QString &folder);
+
+// Reads the folder's model files and builds the model from them.
 ProjectModel loadProjectModel(const QString &folder);
 
 // The file's text, or a null string when it cannot be read.

@@ -595,7 +595,7 @@ QStringList exportScripts(const QString &folder, const ProjectModel &model,
                           const ScriptParameterSource &source)
 {
     if (!model.isValid())
-        return model.errors;
+        return problemTexts(model.problems);
     const ScriptTexts texts = generateScripts(model.system, scriptTransformation(model), source);
     QStringList errors;
     for (const QString &file : writeScriptFiles(folder, texts))

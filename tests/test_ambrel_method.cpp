@@ -187,7 +187,7 @@ void TestAmbrelMethod::tiesAreAcceptedLogAndProgress()
     QTemporaryDir dir;
     // Residual 555.5555... at four observations: SSR 1234567.8.
     const ProjectModel project = toyProject(dir, "2+0*A", 557.5555327777773);
-    QVERIFY2(project.isValid(), qPrintable(project.errors.join("; ")));
+    QVERIFY2(project.isValid(), qPrintable(problemTexts(project.problems).join("; ")));
     ambrel_method engine;
     const DoubleMatrix cluster = column({0.3, 0.6, 0.9, 1.2});
     configure(engine, project, cluster, 3, 2);
@@ -569,7 +569,7 @@ void TestAmbrelMethod::rerunWithNothingStored()
 void TestAmbrelMethod::endToEndOralAbsorption()
 {
     const ProjectModel project = loadProjectModel(AMBREL_EXAMPLES_DIR "/oral-absorption");
-    QVERIFY2(project.isValid(), qPrintable(project.errors.join("; ")));
+    QVERIFY2(project.isValid(), qPrintable(problemTexts(project.problems).join("; ")));
     QCOMPARE(project.system.parameterNames, (QStringList{"CL", "V", "ka"}));
     const SearchDomain domain =
             searchDomain(project.gInverse, project.searchVariableCount, project.parameterRows);

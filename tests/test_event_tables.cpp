@@ -81,29 +81,25 @@ void EventTablesTest::doseCellErrors_data()
 
     const DoseTable estimation = DoseTable::Estimation;
     const DoseTable simulation = DoseTable::Simulation;
-    QTest::newRow("time")
-            << estimation << DoseColumn::Time << "abc" << 3
-            << "<font color=red> Error in Dosing Table (3th row Time):<br>Could not evaluate the "
-               "expression for the dosage time.</font>";
+    QTest::newRow("time") << estimation << DoseColumn::Time << "abc" << 3
+                          << "Error in Dosing Table (3th row Time):\nCould not evaluate the "
+                             "expression for the dosage time.";
     QTest::newRow("compartment") << estimation << DoseColumn::Compartment << "Gut" << 1
-                                 << "<font color=red> Error in Dosing Table (1th row Compartment):<br>" +
-                                            notFound + "</font>";
-    QTest::newRow("dosage")
-            << estimation << DoseColumn::Dosage << "ka" << 2
-            << "<font color=red> Error in Dosing Table (2th row Dosage):<br>Could not evaluate the "
-               "tree.</font>";
-    QTest::newRow("duration")
-            << estimation << DoseColumn::Duration << "" << 4
-            << "<font color=red> Error in Dosing Table (4th row Duration):<br>Could not evaluate the "
-               "tree.</font>";
+                                 << "Error in Dosing Table (1th row Compartment):\n" + notFound;
+    QTest::newRow("dosage") << estimation << DoseColumn::Dosage << "ka" << 2
+                            << "Error in Dosing Table (2th row Dosage):\nCould not evaluate the "
+                               "tree.";
+    QTest::newRow("duration") << estimation << DoseColumn::Duration << "" << 4
+                              << "Error in Dosing Table (4th row Duration):\nCould not evaluate the "
+                                 "tree.";
     QTest::newRow("simulation duration names its table")
             << simulation << DoseColumn::Duration << "x" << 2
-            << "<font color=red> Error in Simulation Dosing Table (2th row Duration):<br>Could not "
-               "evaluate the tree.</font>";
+            << "Error in Simulation Dosing Table (2th row Duration):\nCould not "
+               "evaluate the tree.";
     QTest::newRow("simulation time does not")
             << simulation << DoseColumn::Time << "x" << 5
-            << "<font color=red> Error in Dosing Table (5th row Time):<br>Could not evaluate the "
-               "expression for the dosage time.</font>";
+            << "Error in Dosing Table (5th row Time):\nCould not evaluate the "
+               "expression for the dosage time.";
     QTest::newRow("duration -99 is accepted") << estimation << DoseColumn::Duration << "-99" << 1 << "";
     QTest::newRow("negative duration is left to the evaluation")
             << estimation << DoseColumn::Duration << "-1" << 1 << "";
@@ -121,7 +117,7 @@ void EventTablesTest::doseCellErrors()
     const CellCheck check =
             readDoseCell(event, column, text, rowNumber, table, stateNames, parameterNames, parameterValues);
     QCOMPARE(check.valid, error.isEmpty());
-    QCOMPARE(check.error, error);
+    QCOMPARE(check.valid ? QString() : check.problem.text, error);
     if (!check.valid) {
         const double value = column == DoseColumn::Time     ? event.time
                              : column == DoseColumn::Dosage ? event.dosage
@@ -138,19 +134,18 @@ void EventTablesTest::observationCellErrors_data()
     QTest::addColumn<QString>("error");
 
     QTest::newRow("time") << ObservationColumn::Time << "2*" << 7
-                          << "<font color=red> Error in Observation Table (7th row Time):<br> "
-                             "Expression could not be understood.</font>";
+                          << "Error in Observation Table (7th row Time):\n "
+                             "Expression could not be understood.";
     QTest::newRow("value") << ObservationColumn::Value << "abc" << 2
-                           << "<font color=red> Error in Observation Table (2th row Value):<br> "
-                              "Expression could not be understood.</font>";
+                           << "Error in Observation Table (2th row Value):\n "
+                              "Expression could not be understood.";
     QTest::newRow("variable with unknown name")
             << ObservationColumn::Variable << "Periph/V" << 1
-            << "<font color=red> Error in Observation Table (1th row Compartment):<br>Variables appear "
-               "in the expression is not provided in the variable_name list.</font>";
-    QTest::newRow("empty variable")
-            << ObservationColumn::Variable << "" << 3
-            << "<font color=red> Error in Observation Table (3th row Compartment):<br>Could not "
-               "evaluate the tree.</font>";
+            << "Error in Observation Table (1th row Compartment):\nVariables appear "
+               "in the expression is not provided in the variable_name list.";
+    QTest::newRow("empty variable") << ObservationColumn::Variable << "" << 3
+                                    << "Error in Observation Table (3th row Compartment):\nCould not "
+                                       "evaluate the tree.";
     QTest::newRow("variable over states, parameters and time")
             << ObservationColumn::Variable << "Central/V+0*t" << 1 << "";
 }
@@ -166,7 +161,7 @@ void EventTablesTest::observationCellErrors()
     const CellCheck check =
             readObservationCell(event, column, text, rowNumber, stateNames, parameterNames, parameterValues);
     QCOMPARE(check.valid, error.isEmpty());
-    QCOMPARE(check.error, error);
+    QCOMPARE(check.valid ? QString() : check.problem.text, error);
 }
 
 void EventTablesTest::doseTable()
@@ -200,11 +195,10 @@ void EventTablesTest::doseTable()
     QVERIFY(std::isnan(third.dosage));
     QCOMPARE(third.messages, QStringList{"Could not evaluate the tree."});
 
-    QCOMPARE(result.errors,
-             (QStringList{"<font color=red> Error in Dosing Table (3th row Compartment):<br>" + notFound +
-                                  "</font>",
-                          "<font color=red> Error in Dosing Table (4th row Dosage):<br>Could not "
-                          "evaluate the tree.</font>"}));
+    QCOMPARE(problemTexts(result.problems),
+             (QStringList{"Error in Dosing Table (3th row Compartment):\n" + notFound,
+                          "Error in Dosing Table (4th row Dosage):\nCould not "
+                          "evaluate the tree."}));
     QCOMPARE(result.notes, (QStringList{"CL*50=100", "24*V=240"}));
     QCOMPARE(result.invalidCells.size(), 2);
     QVERIFY(result.invalidCells[0].row == 2 && result.invalidCells[0].column == int(DoseColumn::Compartment));
@@ -227,8 +221,8 @@ void EventTablesTest::observationTable()
     QCOMPARE(result.events[0].variableExpression.evaluate(QVector<double>{0, 1, 30, 2, 10}), 3.0);
     QVERIFY(std::isnan(result.events[1].observedValue));
     QCOMPARE(result.notes, QStringList{"2*3=6"});
-    QCOMPARE(result.errors, QStringList{"<font color=red> Error in Observation Table (2th row Value):<br> "
-                                        "Expression could not be understood.</font>"});
+    QCOMPARE(problemTexts(result.problems), QStringList{"Error in Observation Table (2th row Value):\n "
+                                                        "Expression could not be understood."});
 }
 
 void EventTablesTest::reEvaluation()

@@ -9,17 +9,17 @@
 
 namespace {
 
-struct Problem {
+struct TestProblem {
     OdeSystemText system;
     model_ode model;
 };
 
 // A model from ODE text, dose rows (Time, Compartment, Dosage, Duration) and
 // observation times; observations watch the first state variable.
-Problem makeProblem(const QString &ode, const QVector<QStringList> &doseRows,
-                    const QVector<double> &observationTimes, const QVector<double> &parameters)
+TestProblem makeProblem(const QString &ode, const QVector<QStringList> &doseRows,
+                        const QVector<double> &observationTimes, const QVector<double> &parameters)
 {
-    Problem p;
+    TestProblem p;
     p.system = OdeSystemText(ode, QString());
     p.system.parseOdeSystem();
     const QStringList states = p.system.stateVariableNames;
@@ -57,7 +57,7 @@ void checkStage(model_ode model, bool rosenbrock, const QVector<double> &paramet
     }
 }
 
-void checkBothStages(const Problem &p, const QVector<double> &parameters, int state,
+void checkBothStages(const TestProblem &p, const QVector<double> &parameters, int state,
                      const QVector<double> &times, const std::function<double(double)> &exact)
 {
     checkStage(p.model, true, parameters, state, times, exact);
@@ -85,14 +85,14 @@ private slots:
 
 void TestModelOde::schedule()
 {
-    const Problem p = makeProblem("dAdt = -k*A\ndBdt = k*A",
-                                  {{"5", "A", "10", "2"},
-                                   {"1", "B", "3", "0"},
-                                   {"1", "B", "4", "0"},
-                                   {"3", "A", "7", "-99"},
-                                   {"3", "A", "8", "-99"},
-                                   {"2", "A", "1", "-1"}},
-                                  {6, 2.5, 7}, {0.1});
+    const TestProblem p = makeProblem("dAdt = -k*A\ndBdt = k*A",
+                                      {{"5", "A", "10", "2"},
+                                       {"1", "B", "3", "0"},
+                                       {"1", "B", "4", "0"},
+                                       {"3", "A", "7", "-99"},
+                                       {"3", "A", "8", "-99"},
+                                       {"2", "A", "1", "-1"}},
+                                      {6, 2.5, 7}, {0.1});
     const model_ode &m = p.model;
     // Observation times join the grid; the end of the infusion does too.
     QCOMPARE(m.timePoints, QVector<double>({0, 1, 2, 2.5, 3, 5, 6, 7}));
@@ -114,7 +114,7 @@ void TestModelOde::schedule()
 void TestModelOde::ivBolus()
 {
     const double k = 0.3;
-    const Problem p = makeProblem("dAdt = -k*A", {{"0", "A", "100", "0"}}, {0.5, 1, 2, 4, 8, 24}, {k});
+    const TestProblem p = makeProblem("dAdt = -k*A", {{"0", "A", "100", "0"}}, {0.5, 1, 2, 4, 8, 24}, {k});
     checkBothStages(p, {k}, 0, {0.5, 1, 2, 4, 8, 24}, [k](double t) { return 100 * std::exp(-k * t); });
 }
 
@@ -122,8 +122,8 @@ void TestModelOde::oralAbsorptionBateman()
 {
     const double ka = 1.2, ke = 0.15, dose = 320;
     // Parameters sorted: ka, ke.
-    const Problem p = makeProblem("dAgdt = -ka*Ag\ndAcdt = ka*Ag - ke*Ac", {{"0", "Ag", "320", "0"}},
-                                  {0.25, 0.5, 1, 2, 3, 6, 12, 24}, {ka, ke});
+    const TestProblem p = makeProblem("dAgdt = -ka*Ag\ndAcdt = ka*Ag - ke*Ac", {{"0", "Ag", "320", "0"}},
+                                      {0.25, 0.5, 1, 2, 3, 6, 12, 24}, {ka, ke});
     checkBothStages(p, {ka, ke}, 1, {0.25, 0.5, 1, 2, 3, 6, 12, 24}, [=](double t) {
         return dose * ka / (ka - ke) * (std::exp(-ke * t) - std::exp(-ka * t));
     });
@@ -134,7 +134,7 @@ void TestModelOde::infusionWithWashout()
     const double k = 0.4, amount = 100, duration = 2, rate = amount / duration;
     // Observation at 1 lies inside the infusion; 2 is its end.
     const QVector<double> times{0.5, 1, 2, 3, 6};
-    const Problem p = makeProblem("dAdt = -k*A", {{"0", "A", "100", "2"}}, times, {k});
+    const TestProblem p = makeProblem("dAdt = -k*A", {{"0", "A", "100", "2"}}, times, {k});
     checkBothStages(p, {k}, 0, times, [=](double t) {
         const double during = rate / k * (1 - std::exp(-k * std::min(t, duration)));
         return t <= duration ? during : during * std::exp(-k * (t - duration));
@@ -145,7 +145,7 @@ void TestModelOde::repeatedDosesSuperpose()
 {
     const double k = 0.1;
     const QVector<double> times{6, 12, 18, 30, 36};
-    const Problem p =
+    const TestProblem p =
             makeProblem("dAdt = -k*A",
                         {{"0", "A", "50", "0"}, {"12", "A", "50", "0"}, {"24", "A", "50", "0"}}, times, {k});
     checkBothStages(p, {k}, 0, times, [=](double t) {
@@ -162,7 +162,7 @@ void TestModelOde::setValueAndSameTimeBoluses()
     const double k = 0.2;
     const QVector<double> times{1, 3, 5.5, 8};
     // Two boluses of 30 at 0 add up to 60; at 5 the amount is set to 40.
-    const Problem p =
+    const TestProblem p =
             makeProblem("dAdt = -k*A",
                         {{"0", "A", "30", "0"}, {"0", "A", "30", "0"}, {"5", "A", "40", "-99"}}, times, {k});
     checkBothStages(p, {k}, 0, times,
@@ -173,7 +173,7 @@ void TestModelOde::parameterDependentDoseTime()
 {
     const double k = 0.3;
     // The dose time is the parameter tlag; parameters sorted: k, tlag.
-    Problem p = makeProblem("dAdt = -k*A + 0*tlag", {{"tlag", "A", "10", "0"}}, {1, 2, 4}, {k, 1.5});
+    TestProblem p = makeProblem("dAdt = -k*A + 0*tlag", {{"tlag", "A", "10", "0"}}, {1, 2, 4}, {k, 1.5});
     QVERIFY(p.model.hasParameterDependentEvents);
     for (double lag : {0.5, 1.5}) {
         checkBothStages(p, {k, lag}, 0, {1, 2, 4},
@@ -185,8 +185,8 @@ void TestModelOde::observationsAtDoseTimesSeeStateBeforeDose()
 {
     // Observations at 0 (twice) and at the dose time 4 see the state before
     // that time's doses.
-    Problem p = makeProblem("dAdt = -k*A", {{"0", "A", "10", "0"}, {"4", "A", "10", "0"}}, {0, 0, 4, 4.0001},
-                            {0.5});
+    TestProblem p = makeProblem("dAdt = -k*A", {{"0", "A", "10", "0"}, {"4", "A", "10", "0"}},
+                                {0, 0, 4, 4.0001}, {0.5});
     for (int stage : {0, 1}) {
         p.model.useRosenbrock = stage;
         const auto rows = p.model.evaluate({0.5});
@@ -199,7 +199,7 @@ void TestModelOde::observationsAtDoseTimesSeeStateBeforeDose()
 
 void TestModelOde::nanParametersCostNoIntegration()
 {
-    Problem p = makeProblem("dAdt = -k*A", {{"0", "A", "10", "0"}}, {1, 2}, {0.5});
+    TestProblem p = makeProblem("dAdt = -k*A", {{"0", "A", "10", "0"}}, {1, 2}, {0.5});
     for (int stage : {0, 1}) {
         p.model.useRosenbrock = stage;
         const auto rows = p.model.evaluate({std::nan("")});
@@ -220,7 +220,7 @@ void TestModelOde::timeLimitGivesNanThenRecovers()
     QVector<double> times;
     for (int i = 1; i <= 1000; ++i)
         times << i;
-    Problem p = makeProblem("dXdt = V\ndVdt = -w*X", {{"0", "X", "1", "0"}}, times, {1e4});
+    TestProblem p = makeProblem("dXdt = V\ndVdt = -w*X", {{"0", "X", "1", "0"}}, times, {1e4});
     for (int stage : {0, 1}) {
         model_ode model = p.model;
         model.useRosenbrock = stage;
@@ -240,8 +240,8 @@ void TestModelOde::looseStageOneStaysClose()
 {
     // At the Stage 1 default tolerance the answer is rough but close.
     const double ka = 1.2, ke = 0.15;
-    Problem p = makeProblem("dAgdt = -ka*Ag\ndAcdt = ka*Ag - ke*Ac", {{"0", "Ag", "100", "0"}}, {1, 4, 12},
-                            {ka, ke});
+    TestProblem p = makeProblem("dAgdt = -ka*Ag\ndAcdt = ka*Ag - ke*Ac", {{"0", "Ag", "100", "0"}},
+                                {1, 4, 12}, {ka, ke});
     p.model.useRosenbrock = 1;
     const auto rows = p.model.evaluate({ka, ke});
     for (int r = 0; r < 3; ++r) {

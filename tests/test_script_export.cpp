@@ -391,7 +391,7 @@ void ScriptExportTest::translationFunctions()
 void ScriptExportTest::pbpkCompartmentDiagram()
 {
     const ProjectModel model = loadProjectModel(AMBREL_EXAMPLES_DIR "/pbpk");
-    QVERIFY2(model.isValid(), qPrintable(model.errors.join('\n')));
+    QVERIFY2(model.isValid(), qPrintable(problemTexts(model.problems).join('\n')));
     QStringList edges;
     for (const QString &line : rCompartmentDiagramScript(model.system).split('\n'))
         if (line.startsWith(' '))
@@ -407,7 +407,7 @@ void ScriptExportTest::pbpkCompartmentDiagram()
 void ScriptExportTest::storedPointAndFallback()
 {
     OralProject p;
-    QVERIFY2(p.model.isValid(), qPrintable(p.model.errors.join('\n')));
+    QVERIFY2(p.model.isValid(), qPrintable(problemTexts(p.model.problems).join('\n')));
     const ScriptParameterSource stored = scriptParameterSource(p.folder, p.model);
     QCOMPARE(stored.finalIteration, 2);
     QCOMPARE(stored.row, 1);
