@@ -199,7 +199,7 @@ void formNormalMatrix(const Matrix &A, double *normal)
     const std::size_t rows = A.size1();
     const std::size_t cols = A.size2();
     std::fill(normal, normal + cols * cols, 0.0);
-    if (cols == 0)
+    if (cols == 0 || rows == 0) // no data to point at; the normal matrix stays zero
         return;
     const double *a = &A.data()[0];
     // Upper triangle, then mirrored: A^T A is symmetric.
@@ -222,7 +222,7 @@ void formNormalRhs(const Matrix &A, const double *b, double *rhs)
     const std::size_t rows = A.size1();
     const std::size_t cols = A.size2();
     std::fill(rhs, rhs + cols, 0.0);
-    if (cols == 0)
+    if (cols == 0 || rows == 0)
         return;
     const double *a = &A.data()[0];
     for (std::size_t k = 0; k < rows; ++k) {
