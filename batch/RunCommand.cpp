@@ -1,7 +1,7 @@
 #include "BatchCommon.h"
 
 #include "engine/EngineSetup.h"
-#include "engine/ResultStore.h"
+#include "project/ResultStore.h"
 #include "project/TableFiles.h"
 
 #include <QDir>
@@ -14,6 +14,9 @@
 #include <unistd.h>
 
 namespace {
+
+// The exit status of a run stopped by Ctrl-C.
+const int kInterrupted = 130;
 
 std::atomic<ambrel_method *> runningEngine{nullptr};
 
@@ -40,57 +43,56 @@ QString statisticsLine(const compResult &result)
            result.log.mid(result.log.size() - statLines).join(QStringLiteral("; "));
 }
 
-} // namespace
-
-int runCommand(const QString &folder, const QStringList &arguments)
+// The options over the workbench's defaults.
+RunSettings readSettings(const OptionReader &options)
 {
-    const OptionReader options(arguments,
-                               {"--stage1-iterations", "--stage2-iterations", "--stage1-reltol",
-                                "--initial-lambda", "--max-initial-tries", "--timeout-ms", "--points",
-                                "--threads"},
-                               {"--stricter-initial-sampling", "--restart"});
     RunSettings settings;
-    settings.stage1Iterations = options.intValue("--stage1-iterations", 50, 0);
-    settings.stage2Iterations = options.intValue("--stage2-iterations", 10, 0);
+    settings.stage1Iterations = options.intValue("--stage1-iterations", settings.stage1Iterations, 0);
+    settings.stage2Iterations = options.intValue("--stage2-iterations", settings.stage2Iterations, 0);
     if (settings.stage1Iterations + settings.stage2Iterations < 1)
         throw InputError(QStringLiteral("A run needs at least one iteration."));
-    settings.stage1RelativeTolerance = options.doubleValue("--stage1-reltol", 0.1);
-    settings.initialLambda = options.doubleValue("--initial-lambda", 1.0);
-    settings.maxInitialTries = options.intValue("--max-initial-tries", 20, 0);
+    settings.stage1RelativeTolerance =
+            options.doubleValue("--stage1-reltol", settings.stage1RelativeTolerance);
+    settings.initialLambda = options.doubleValue("--initial-lambda", settings.initialLambda);
+    settings.maxInitialTries = options.intValue("--max-initial-tries", settings.maxInitialTries, 0);
     settings.stricterInitialSampling = options.has("--stricter-initial-sampling");
-    settings.timeLimitMs = options.intValue("--timeout-ms", 10000, 1);
-    const int points = options.intValue("--points", 250, 1);
+    settings.timeLimitMs = options.intValue("--timeout-ms", settings.timeLimitMs, 1);
+    settings.initialClusterPoints = options.intValue("--points", settings.initialClusterPoints, 1);
     // The integrator's method-switch notices would bury the progress output.
     if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
         settings.integratorMessages = nullptr;
-    if (options.has("--threads"))
-        QThreadPool::globalInstance()->setMaxThreadCount(options.intValue("--threads", 1, 1));
+    return settings;
+}
 
-    const ProjectModel project = loadCheckedProject(folder);
-    ambrel_method engine;
-    configureEngine(engine, project, settings);
-    engine.projectFolder = folder;
-
-    const bool restart = options.has("--restart");
+// The record a run starts from: the stored result for a restart, else the
+// project's initial cluster, or points drawn in the domain (and saved).
+compResult startingRecord(const QString &folder, const ProjectModel &project, const RunSettings &settings,
+                          bool restart)
+{
+    compResult record;
     if (restart) {
-        if (!loadResult(folder, engine.result))
+        if (!loadResult(folder, record))
             throw InputError(QStringLiteral("No stored result to restart in %1/compResult.").arg(folder));
-        if (engine.result.X.last().value(0).size() != project.searchVariableCount)
+        if (record.X.last().value(0).size() != project.searchVariableCount)
             throw InputError(QStringLiteral("The stored result does not match the model's parameters."));
-    } else {
-        DoubleMatrix cluster = project.initialCluster;
-        if (cluster.isEmpty()) {
-            std::mt19937_64 generator(std::uint64_t(std::time(nullptr)));
-            cluster = sampleInitialCluster(projectSearchDomain(project), points, generator);
-            saveInitialCluster(folder, cluster);
-        }
-        engine.result = compResult();
-        engine.result.X << cluster;
+        return record;
     }
+    DoubleMatrix cluster = project.initialCluster;
+    if (cluster.isEmpty()) {
+        std::mt19937_64 generator(std::uint64_t(std::time(nullptr)));
+        cluster =
+                sampleInitialCluster(projectSearchDomain(project), settings.initialClusterPoints, generator);
+        saveInitialCluster(folder, cluster);
+    }
+    record.X << cluster;
+    return record;
+}
 
-    const bool terminal = isatty(STDERR_FILENO);
-    const int total = settings.stage1Iterations + settings.stage2Iterations;
-    QObject::connect(&engine, &ambrel_method::current_computation_result, [&](const compResult &result) {
+// A progress bar on a terminal, one statistics line per iteration otherwise.
+void showProgress(ambrel_method &engine, bool terminal)
+{
+    const int total = engine.settings.stage1Iterations + engine.settings.stage2Iterations;
+    QObject::connect(&engine, &ambrel_method::current_computation_result, [=](const compResult &result) {
         const int k = result.X.size();
         if (terminal) {
             const int width = 40, filled = width * k / total;
@@ -102,27 +104,21 @@ int runCommand(const QString &folder, const QStringList &arguments)
             std::fflush(stdout);
         }
     });
+}
 
-    runningEngine = &engine;
-    std::signal(SIGINT, requestAbort);
-    if (restart)
-        engine.rerun();
-    else
-        engine.run();
-    std::signal(SIGINT, SIG_DFL);
-    runningEngine = nullptr;
-    if (terminal)
-        std::fprintf(stderr, "\n");
-
-    const compResult &result = engine.result;
-    for (const QString &line : result.log)
-        if (line.contains(QStringLiteral("not possible")) || line.contains(QStringLiteral("too few")) ||
-            line.contains(QStringLiteral("Too many")) || line == QStringLiteral("AM iteration failed"))
-            std::fprintf(stderr, "%s\n", qPrintable(line));
-    if (result.SSR.isEmpty() || result.sortIndex.isEmpty()) {
+// The run's messages and best point; the exit status follows the outcome:
+// 0 finished, 130 stopped (restartable), 1 refused, failed or empty.
+int reportOutcome(const RunOutcome &outcome, const compResult &result, const ProjectModel &project,
+                  const QString &folder)
+{
+    for (const QString &line : outcome.messages)
+        std::fprintf(stderr, "%s\n", qPrintable(line));
+    const bool aborted = outcome.status == RunOutcome::Status::Aborted;
+    const bool ended = outcome.status == RunOutcome::Status::Finished || aborted;
+    if (!ended || result.SSR.isEmpty() || result.sortIndex.isEmpty()) {
         std::fprintf(stderr, "No iteration finished. The log is in %s/compResult/computation_log.txt\n",
                      qPrintable(folder));
-        return 1;
+        return aborted ? kInterrupted : 1;
     }
     const int best = result.sortIndex.first();
     std::printf("Best sum of squares: %s\n", qPrintable(QString::number(result.SSR.last()[best], 'g', 6)));
@@ -131,10 +127,42 @@ int runCommand(const QString &folder, const QStringList &arguments)
         std::printf("  %s = %s\n", qPrintable(names[j]),
                     qPrintable(QString::number(result.Parameter.last()[best].value(j), 'g', 6)));
     std::printf("Result: %s/compResult/\n", qPrintable(QDir(folder).absolutePath()));
-    if (engine.abortASAP) {
+    if (aborted) {
         std::printf("Stopped after %d iterations; continue with: ambrel-batch run %s --restart\n",
-                    result.X.size(), qPrintable(folder));
-        return 130;
+                    outcome.iterationsDone, qPrintable(folder));
+        return kInterrupted;
     }
     return 0;
+}
+
+} // namespace
+
+int runCommand(const QString &folder, const QStringList &arguments)
+{
+    const OptionReader options(arguments,
+                               {"--stage1-iterations", "--stage2-iterations", "--stage1-reltol",
+                                "--initial-lambda", "--max-initial-tries", "--timeout-ms", "--points",
+                                "--threads"},
+                               {"--stricter-initial-sampling", "--restart"});
+    const RunSettings settings = readSettings(options);
+    if (options.has("--threads"))
+        QThreadPool::globalInstance()->setMaxThreadCount(options.intValue("--threads", 1, 1));
+
+    const ProjectModel project = loadCheckedProject(folder);
+    ambrel_method engine;
+    configureEngine(engine, project, settings);
+    engine.projectFolder = folder;
+    const bool restart = options.has("--restart");
+    engine.result = startingRecord(folder, project, settings, restart);
+
+    const bool terminal = isatty(STDERR_FILENO);
+    showProgress(engine, terminal);
+    runningEngine = &engine;
+    std::signal(SIGINT, requestAbort);
+    const RunOutcome outcome = restart ? engine.rerun() : engine.run();
+    std::signal(SIGINT, SIG_DFL);
+    runningEngine = nullptr;
+    if (terminal)
+        std::fprintf(stderr, "\n");
+    return reportOutcome(outcome, engine.result, project, folder);
 }

@@ -1,6 +1,6 @@
 #include "BatchCommon.h"
 
-#include "engine/ResultStore.h"
+#include "project/ResultStore.h"
 #include "ode/Simulation.h"
 
 #include <algorithm>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "model/EventTables.h"
+#include "model/Matrices.h"
 #include "model/ParameterSpecification.h"
 #include "ode/model_ode.h"
-#include "project/TableCells.h"
 
 #include <QStringList>
 #include <QVector>

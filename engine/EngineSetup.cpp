@@ -9,11 +9,7 @@ SearchDomain projectSearchDomain(const ProjectModel &project)
 
 void configureEngine(ambrel_method &engine, const ProjectModel &project, const RunSettings &settings)
 {
-    engine.numStage1Iterations = settings.stage1Iterations;
-    engine.numStage2Iterations = settings.stage2Iterations;
-    engine.initialLambda = settings.initialLambda;
-    engine.maxInitialTries = settings.maxInitialTries;
-    engine.stricterInitialSampling = settings.stricterInitialSampling;
+    engine.settings = settings;
     engine.target = project.observedValues;
     const SearchDomain domain = projectSearchDomain(project);
     engine.domainLower = domain.lower;

@@ -154,21 +154,20 @@ InitialClusterScreeningResult screenInitialCluster(const InitialClusterScreening
 
     if (triesUsedUp && numAlive == 0) {
         qDebug() << "numAlive: " << 0;
-        result.abortASAP = true;
-        result.logLines << "Model evaluation is not possible, double-check the model definition "
-                           "and reasonableness of the initial cluster.";
+        result.refusal = "Model evaluation is not possible, double-check the model definition "
+                         "and reasonableness of the initial cluster.";
+        result.logLines << result.refusal;
     } else if (std::size_t(n) < p) {
         qDebug() << "numAlive: " << numAlive;
-        result.abortASAP = true;
-        result.logLines << "The number of points in initial cluster is too few, go back to Step "
-                           "3-2 and increase it to be larger than number of parameters."
-                        << successfulLine(numAlive, n);
+        result.refusal = "The number of points in initial cluster is too few, go back to Step "
+                         "3-2 and increase it to be larger than number of parameters.";
+        result.logLines << result.refusal << successfulLine(numAlive, n);
     } else if (std::size_t(numAlive) < p) {
         qDebug() << "numAlive: " << numAlive;
-        result.abortASAP = true;
-        result.logLines << "Too many model evaluations have not-a-number as results, please "
-                           "shrink the size of the initial cluster."
-                        << successfulLine(numAlive, n);
+        result.refusal = "Too many model evaluations have not-a-number as results, please "
+                         "shrink the size of the initial cluster.";
+        result.logLines << result.refusal << successfulLine(numAlive, n);
     }
+    result.abortASAP = !result.refusal.isEmpty();
     return result;
 }

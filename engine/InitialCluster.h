@@ -45,6 +45,8 @@ struct InitialClusterScreeningResult {
     int rounds = 0;       // re-sampling rounds done
     QStringList logLines; // for the computation log, in order
     bool abortASAP = false;
+    // With abortASAP: the log line that says why the run cannot go on.
+    QString refusal;
 };
 
 InitialClusterScreeningResult screenInitialCluster(const InitialClusterScreeningInput &input,

@@ -3,7 +3,7 @@
 #include "expression/ExpressionParser.h"
 #include "model/OdeSystemText.h"
 #include "project/ProjectModel.h"
-#include "project/TableFiles.h"
+#include "project/ResultStore.h"
 
 #include <QDebug>
 #include <QDir>
@@ -167,9 +167,11 @@ QStringList prefixed(const QString &prefix, const QStringList &names)
     return out;
 }
 
-QString storedFile(const QString &stem, int iteration)
+// The stored file of an iteration as the scripts address it: after the
+// project folder, with a leading "/".
+QString storedFile(IterationFile file, int iteration)
 {
-    return QStringLiteral("/compResult/%1_%2.csv").arg(stem).arg(iteration);
+    return QLatin1Char('/') + resultFileRelativePath(iterationFileName(file, iteration));
 }
 
 } // namespace
@@ -206,7 +208,8 @@ QString rParameterBlock(const ScriptTransformation &g, const ScriptParameterSour
                                 "SSR_final=as.numeric(as.matrix(read.csv(paste0(currentDir,\"%2\"), "
                                 "header=FALSE))[1,])\n"
                                 "x_best=as.numeric(X_final[which.min(SSR_final),])\n")
-                         .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
+                         .arg(storedFile(IterationFile::X, source.finalIteration),
+                              storedFile(IterationFile::SSR, source.finalIteration));
         } else {
             s += QStringLiteral("# No stored result: the midpoints of the domains of interest.\n"
                                 "x_best=c(%1)\n")
@@ -241,7 +244,8 @@ QString pythonParameterBlock(const ScriptTransformation &g, const ScriptParamete
                                 "# The best point: the smallest SSR (NaN marks a failed point).\n"
                                 "best = min((v, i) for i, v in enumerate(SSR) if v == v)[1]\n"
                                 "x_best = [float(v) for v in X[best]]\n")
-                         .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
+                         .arg(storedFile(IterationFile::X, source.finalIteration),
+                              storedFile(IterationFile::SSR, source.finalIteration));
         } else {
             s += QStringLiteral("# No stored result: the midpoints of the domains of interest.\n"
                                 "x_best = [%1]\n")
@@ -269,7 +273,8 @@ QString matlabParameterBlock(const ScriptTransformation &g, const ScriptParamete
                                 "SSR_final = csvread([currentDir '%2']);\n"
                                 "[~, best] = min(SSR_final);\n"
                                 "x_best = X_final(best, :);\n")
-                         .arg(storedFile("X", source.finalIteration), storedFile("R", source.finalIteration));
+                         .arg(storedFile(IterationFile::X, source.finalIteration),
+                              storedFile(IterationFile::SSR, source.finalIteration));
         } else {
             s += QStringLiteral("% No stored result: the midpoints of the domains of interest.\n"
                                 "x_best = [%1];\n")
@@ -532,14 +537,11 @@ ScriptTransformation scriptTransformation(const ProjectModel &model)
 ScriptParameterSource storedFinalPoint(const QString &folder, int searchVariableCount)
 {
     ScriptParameterSource source;
-    int last = -1;
-    while (QFile::exists(folder + storedFile("X", last + 1)))
-        ++last;
-    if (last < 0 || !QFile::exists(folder + storedFile("R", last)))
+    const int last = storedIterationCount(folder, IterationFile::X) - 1;
+    if (last < 0)
         return source;
-
-    const DoubleMatrix X = readDoubleMatrix(folder + storedFile("X", last));
-    const DoubleMatrix R = readDoubleMatrix(folder + storedFile("R", last));
+    const DoubleMatrix X = readIterationFile(folder, IterationFile::X, last);
+    const DoubleMatrix R = readIterationFile(folder, IterationFile::SSR, last);
     if (R.isEmpty())
         return source;
     int best = -1;

@@ -1,16 +1,12 @@
 #pragma once
 
+#include "model/Matrices.h"
+
 #include <QString>
 #include <QStringList>
 #include <QVector>
 
 #include <optional>
-
-// Two-dimensional data as the tables of the workbench hold it.
-// Rows may differ in length in every matrix kind.
-using DoubleMatrix = QVector<QVector<double>>;
-using IntMatrix = QVector<QVector<qint32>>;
-using StringMatrix = QVector<QStringList>;
 
 // The cells of a table widget without the widget: a grid of rowCount x
 // columnCount cells, each either an item with its display text or no item

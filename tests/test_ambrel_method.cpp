@@ -88,8 +88,8 @@ void configure(ambrel_method &engine, const ProjectModel &project, const DoubleM
             searchDomain(project.gInverse, project.searchVariableCount, project.parameterRows);
     engine.domainLower = domain.lower;
     engine.domainUpper = domain.upper;
-    engine.numStage1Iterations = stage1;
-    engine.numStage2Iterations = stage2;
+    engine.settings.stage1Iterations = stage1;
+    engine.settings.stage2Iterations = stage2;
     engine.result = compResult();
     engine.result.X = {cluster};
 }
@@ -171,6 +171,7 @@ private slots:
     void abortLater();
     void rerunContinuesTheHistories();
     void rerunWithNothingStored();
+    void outcomeOfEachEnding();
     void endToEndOralAbsorption();
 };
 
@@ -303,7 +304,7 @@ void TestAmbrelMethod::changedWeightsKeepTies()
     const ProjectModel project = toyProject(dir, "2+0*A", 3.0);
     ambrel_method engine;
     configure(engine, project, column({0.2, 0.5, 0.9, 1.2}), 4, 0);
-    engine.weightsPerIteration = {{1, 1, 1, 1}, {4, 4, 4, 4}, {1, 0, 0, 0}};
+    engine.settings.weightsPerIteration = {{1, 1, 1, 1}, {4, 4, 4, 4}, {1, 0, 0, 0}};
     engine.run();
 
     const compResult &r = engine.result;
@@ -328,7 +329,7 @@ void TestAmbrelMethod::stageSwitchKeepsClusterAndResetsLambda()
     const int n = 6;
     configure(engine, project, column({0.2, 0.5, 0.9, 1.2, 1.5, 1.8}), 3, 3);
     engine.evaluator.stage2 = stageModel(stage2Project, false);
-    engine.initialLambda = 0.5;
+    engine.settings.initialLambda = 0.5;
     engine.run();
 
     const compResult &r = engine.result;
@@ -384,7 +385,7 @@ void TestAmbrelMethod::failedPointsAndTheUpperQuartile()
     configure(engine, project, column({0.6, 0.4, 0.2, 1.7}), 3, 0);
     engine.domainLower = {1.5}; // re-sampling only where the model fails
     engine.domainUpper = {2.0};
-    engine.maxInitialTries = 0;
+    engine.settings.maxInitialTries = 0;
     engine.run();
 
     const compResult &r = engine.result;
@@ -561,6 +562,64 @@ void TestAmbrelMethod::rerunWithNothingStored()
     QCOMPARE(seen.results, 0);
     QCOMPARE(seen.completed, 1);
     QVERIFY(!engine.running);
+}
+
+// The outcome that run() returns, keeps and sends: a finished, an aborted
+// and a refused run. Constant outputs keep every point alive, so every
+// iteration integrates all n rows.
+void TestAmbrelMethod::outcomeOfEachEnding()
+{
+    QTemporaryDir dir;
+    const ProjectModel tie = toyProject(dir, "2+0*A", 3.0);
+    ambrel_method engine;
+    configure(engine, tie, column({0.2, 0.5, 0.9, 1.2}), 3, 1);
+    QVector<RunOutcome> sent;
+    QStringList order;
+    QObject::connect(&engine, &ambrel_method::runFinished, [&](const RunOutcome &o) {
+        sent << o;
+        order << "runFinished";
+    });
+    QObject::connect(&engine, &ambrel_method::calculationCompleted, [&] { order << "calculationCompleted"; });
+    RunOutcome finished = engine.run();
+    QCOMPARE(int(finished.status), int(RunOutcome::Status::Finished));
+    QCOMPARE(finished.iterationsDone, 4);
+    QCOMPARE(finished.modelEvaluations, qint64(4 * 4));
+    QVERIFY(finished.wallSeconds > 0 && finished.wallSeconds < 60);
+    QVERIFY(finished.messages.isEmpty());
+    QCOMPARE(sent.size(), 1);
+    QCOMPARE(sent[0].iterationsDone, engine.outcome().iterationsDone);
+    QCOMPARE(order, (QStringList{"runFinished", "calculationCompleted"}));
+
+    // Stopped right after iteration 1's evaluation: that iteration is dropped
+    // but its evaluation counted.
+    configure(engine, tie, column({0.2, 0.5, 0.9, 1.2}), 3, 1);
+    const auto stop = QObject::connect(&engine, &ambrel_method::additional_modelEval, [&](int value) {
+        if (value == 2 * 4 + 1)
+            engine.abort();
+    });
+    const RunOutcome aborted = engine.run();
+    QObject::disconnect(stop);
+    QCOMPARE(int(aborted.status), int(RunOutcome::Status::Aborted));
+    QCOMPARE(aborted.iterationsDone, 1);
+    QCOMPARE(aborted.modelEvaluations, qint64(2 * 4));
+    QVERIFY(aborted.messages.isEmpty());
+
+    // Every point fails and so does the one re-sampling round allowed.
+    const ProjectModel failing = toyProject(dir, "k+0*LOG(1-k)", 3.0);
+    configure(engine, failing, column({1.6, 1.8}), 3, 1);
+    engine.domainLower = {1.5};
+    engine.domainUpper = {2.0};
+    engine.settings.maxInitialTries = 0;
+    const RunOutcome refused = engine.run();
+    QCOMPARE(int(refused.status), int(RunOutcome::Status::RefusedAtScreening));
+    QCOMPARE(refused.iterationsDone, 0);
+    QCOMPARE(refused.modelEvaluations, qint64(2 + 2));
+    QCOMPARE(refused.messages,
+             QStringList{"Model evaluation is not possible, double-check the model definition "
+                         "and reasonableness of the initial cluster."});
+    QVERIFY(engine.result.log.contains(refused.messages.first()));
+    QCOMPARE(sent.size(), 3);
+    QCOMPARE(int(sent.last().status), int(RunOutcome::Status::RefusedAtScreening));
 }
 
 // A whole run on the example: 250 points drawn uniformly in the search

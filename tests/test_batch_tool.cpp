@@ -3,6 +3,8 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include <csignal>
+
 // The batch tool as a user runs it: exit codes, messages and outputs.
 class TestBatchTool : public QObject {
     Q_OBJECT
@@ -34,6 +36,7 @@ private:
 private slots:
     void invalidInputExitsWithStatus2();
     void runFindsTheOralParametersAndSimulates();
+    void exitStatusFollowsTheRunsOutcome();
 };
 
 void TestBatchTool::invalidInputExitsWithStatus2()
@@ -89,6 +92,34 @@ void TestBatchTool::runFindsTheOralParametersAndSimulates()
     QVERIFY(std::abs(at2[1].toDouble() - 6.35356) < 0.01 * 6.35356);
     // Ag depends on which of the two equivalent curves (ka and CL/V swapped) was found.
     QVERIFY(at2[2].toDouble() > 0 && at2[2].toDouble() < 320);
+}
+
+void TestBatchTool::exitStatusFollowsTheRunsOutcome()
+{
+    QTemporaryDir dir;
+    const QString project = copyExample(dir, "oral-absorption");
+    // Two points for three parameters: the screening refuses the run.
+    const Outcome refused = batch({"run", project, "--points", "2"});
+    QCOMPARE(refused.exitCode, 1);
+    QVERIFY(refused.err.contains("The number of points in initial cluster is too few, go back to Step 3-2 "
+                                 "and increase it to be larger than number of parameters."));
+    QVERIFY(refused.err.contains("No iteration finished."));
+    QVERIFY(!refused.out.contains("Best sum of squares"));
+
+    // Ctrl-C once the first iteration is reported: stopped, restartable.
+    QFile::remove(project + "/model/initial_cluster.txt");
+    QProcess process;
+    process.start(AMBREL_BATCH, {"run", project, "--stage1-iterations", "100000", "--points", "40"});
+    QString out;
+    while (!out.contains("iteration 0:") && process.waitForReadyRead(60000))
+        out += QString::fromUtf8(process.readAllStandardOutput());
+    QVERIFY(out.contains("iteration 0:"));
+    ::kill(pid_t(process.processId()), SIGINT);
+    QVERIFY(process.waitForFinished(60000));
+    out += QString::fromUtf8(process.readAllStandardOutput());
+    QCOMPARE(process.exitCode(), 130);
+    QVERIFY(out.contains("Best sum of squares: "));
+    QVERIFY(out.contains(QString("; continue with: ambrel-batch run %1 --restart").arg(project)));
 }
 
 QTEST_GUILESS_MAIN(TestBatchTool)

@@ -1,4 +1,4 @@
-#include "engine/ResultStore.h"
+#include "project/ResultStore.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -196,6 +196,12 @@ void TestResultStore::reloadStopsAtTheFirstGap()
     QCOMPARE(loaded.solutions.size(), 3);
     QVERIFY(loaded.solutions[0].isEmpty());
     QVERIFY(same(loaded.solutions[2], written.solutions[2]));
+    // The readers of single iterations follow the same scan.
+    QCOMPARE(storedIterationCount(dir.path(), IterationFile::X), 2);
+    QCOMPARE(storedIterationCount(dir.path(), IterationFile::SSR), 0);
+    QVERIFY(same(readIterationFile(dir.path(), IterationFile::Y, 3), written.Y[3]));
+    QVERIFY(same(readIterationFile(dir.path(), IterationFile::Lambda, 1), {written.lambda[1]}));
+    QVERIFY(readIterationFile(dir.path(), IterationFile::X, 2).isEmpty());
 
     // Without any X file nothing counts as a stored result.
     QVERIFY(QFile::remove(results + "X_0.csv"));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "project/TableCells.h"
+#include "model/Matrices.h"
 
 #include <QMetaType>
 #include <QStringList>

@@ -1,4 +1,4 @@
-#include "engine/ResultStore.h"
+#include "project/ResultStore.h"
 
 #include "project/TableFiles.h"
 
@@ -21,9 +21,25 @@ QString resultFolderPath(const QString &projectFolder)
     return projectFolder + QLatin1Char('/') + kResultFolder;
 }
 
-QString iterationFileName(const char *prefix, int k)
+// In the order in which moveResultsToHistory moves them.
+const IterationFile kIterationFiles[] = {IterationFile::SSR, IterationFile::Lambda, IterationFile::X,
+                                         IterationFile::Y, IterationFile::Parameter};
+
+QLatin1String iterationFilePrefix(IterationFile file)
 {
-    return QLatin1String(prefix) + QString::number(k) + QLatin1String(".csv");
+    switch (file) {
+    case IterationFile::X:
+        return QLatin1String("X_");
+    case IterationFile::Y:
+        return QLatin1String("Y_");
+    case IterationFile::Parameter:
+        return QLatin1String("Parameter_");
+    case IterationFile::SSR:
+        return QLatin1String("R_");
+    case IterationFile::Lambda:
+        return QLatin1String("lambda_");
+    }
+    return QLatin1String();
 }
 
 QString solutionFileName(int k, int point)
@@ -71,13 +87,14 @@ QVector<double> readRow(const QString &path)
     return matrix.isEmpty() ? QVector<double>() : matrix.first();
 }
 
-// Reads "<prefix>k.csv" for k = 0, 1, ... up to the first missing file.
+// Reads the file of every stored iteration, k = 0, 1, ... up to the first
+// missing file.
 template<typename Entry, typename Read>
-QVector<Entry> readHistory(const QString &projectFolder, const char *prefix, Read read)
+QVector<Entry> readHistory(const QString &projectFolder, IterationFile file, Read read)
 {
     QVector<Entry> history;
     for (int k = 0;; ++k) {
-        const QString path = resultFilePath(projectFolder, iterationFileName(prefix, k));
+        const QString path = resultFilePath(projectFolder, iterationFileName(file, k));
         if (!QFile::exists(path))
             break;
         history << read(path);
@@ -114,9 +131,32 @@ bool moveFile(const QDir &from, const QDir &to, const QString &fileName)
 
 } // namespace
 
+QString iterationFileName(IterationFile file, int k)
+{
+    return iterationFilePrefix(file) + QString::number(k) + QLatin1String(".csv");
+}
+
+QString resultFileRelativePath(const QString &fileName)
+{
+    return kResultFolder + QLatin1Char('/') + fileName;
+}
+
 QString resultFilePath(const QString &projectFolder, const QString &fileName)
 {
-    return resultFolderPath(projectFolder) + QLatin1Char('/') + fileName;
+    return projectFolder + QLatin1Char('/') + resultFileRelativePath(fileName);
+}
+
+int storedIterationCount(const QString &projectFolder, IterationFile file)
+{
+    int count = 0;
+    while (QFile::exists(resultFilePath(projectFolder, iterationFileName(file, count))))
+        ++count;
+    return count;
+}
+
+DoubleMatrix readIterationFile(const QString &projectFolder, IterationFile file, int k)
+{
+    return readDoubleMatrix(resultFilePath(projectFolder, iterationFileName(file, k)));
 }
 
 void writeComputationLog(const QString &projectFolder, const QStringList &log)
@@ -138,11 +178,11 @@ void writeIterationFiles(const QString &projectFolder, const compResult &result)
     auto path = [&projectFolder](const QString &name) { return resultFilePath(projectFolder, name); };
 
     if (!result.X.isEmpty())
-        writeDoubleMatrix(path(iterationFileName("X_", result.X.size() - 1)), result.X.last());
+        writeDoubleMatrix(path(iterationFileName(IterationFile::X, result.X.size() - 1)), result.X.last());
     if (!result.Y.isEmpty())
-        writeDoubleMatrix(path(iterationFileName("Y_", result.Y.size() - 1)), result.Y.last());
+        writeDoubleMatrix(path(iterationFileName(IterationFile::Y, result.Y.size() - 1)), result.Y.last());
     if (!result.Parameter.isEmpty())
-        writeDoubleMatrix(path(iterationFileName("Parameter_", result.Parameter.size() - 1)),
+        writeDoubleMatrix(path(iterationFileName(IterationFile::Parameter, result.Parameter.size() - 1)),
                           result.Parameter.last());
 
     // The kept solutions belong to the record's newest iteration.
@@ -154,9 +194,10 @@ void writeIterationFiles(const QString &projectFolder, const compResult &result)
     }
 
     if (!result.SSR.isEmpty())
-        writeRow(path(iterationFileName("R_", result.SSR.size() - 1)), result.SSR.last());
+        writeRow(path(iterationFileName(IterationFile::SSR, result.SSR.size() - 1)), result.SSR.last());
     if (!result.lambda.isEmpty())
-        writeRow(path(iterationFileName("lambda_", result.lambda.size() - 1)), result.lambda.last());
+        writeRow(path(iterationFileName(IterationFile::Lambda, result.lambda.size() - 1)),
+                 result.lambda.last());
 
     if (!result.solutionTimes.isEmpty())
         writeRow(path(QStringLiteral("ode_time.csv")), result.solutionTimes);
@@ -211,8 +252,8 @@ QString moveResultsToHistory(const QString &projectFolder)
     moveFile(from, to, QStringLiteral("sortIndex.csv"));
     for (int k = 0;; ++k) {
         bool any = false;
-        for (const char *prefix : {"R_", "lambda_", "X_", "Y_", "Parameter_"})
-            any = moveFile(from, to, iterationFileName(prefix, k)) || any;
+        for (IterationFile file : kIterationFiles)
+            any = moveFile(from, to, iterationFileName(file, k)) || any;
         for (int point : storedSolutionPoints(from, k))
             any = moveFile(from, to, solutionFileName(k, point)) || any;
         if (!any)
@@ -228,11 +269,11 @@ bool loadResult(const QString &projectFolder, compResult &result)
     result = compResult();
     auto path = [&projectFolder](const QString &name) { return resultFilePath(projectFolder, name); };
 
-    result.X = readHistory<DoubleMatrix>(projectFolder, "X_", readDoubleMatrix);
-    result.Y = readHistory<DoubleMatrix>(projectFolder, "Y_", readDoubleMatrix);
-    result.Parameter = readHistory<DoubleMatrix>(projectFolder, "Parameter_", readDoubleMatrix);
-    result.SSR = readHistory<QVector<double>>(projectFolder, "R_", readRow);
-    result.lambda = readHistory<QVector<double>>(projectFolder, "lambda_", readRow);
+    result.X = readHistory<DoubleMatrix>(projectFolder, IterationFile::X, readDoubleMatrix);
+    result.Y = readHistory<DoubleMatrix>(projectFolder, IterationFile::Y, readDoubleMatrix);
+    result.Parameter = readHistory<DoubleMatrix>(projectFolder, IterationFile::Parameter, readDoubleMatrix);
+    result.SSR = readHistory<QVector<double>>(projectFolder, IterationFile::SSR, readRow);
+    result.lambda = readHistory<QVector<double>>(projectFolder, IterationFile::Lambda, readRow);
 
     for (double index : readRow(path(QStringLiteral("sortIndex.csv"))))
         result.sortIndex << static_cast<int>(index);

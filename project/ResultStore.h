@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/compResult.h"
+#include "project/compResult.h"
 
 #include <QString>
 
@@ -23,8 +23,27 @@
 // Writers never report failure to the caller: a file that cannot be written
 // gives the table writer's debug line and the run goes on.
 
+// The per-iteration files, named "<prefix>k.csv" with the prefixes "X_",
+// "Y_", "Parameter_", "R_" and "lambda_".
+enum class IterationFile { X, Y, Parameter, SSR, Lambda };
+
+// The name of iteration k's file, e.g. "X_3.csv".
+QString iterationFileName(IterationFile file, int k);
+
+// "compResult/" followed by the file name: where a result file lies inside
+// the project folder.
+QString resultFileRelativePath(const QString &fileName);
+
 // The project folder followed by "/compResult/" and the file name.
 QString resultFilePath(const QString &projectFolder, const QString &fileName);
+
+// The number of stored iterations of a file kind: k = 0, 1, ... up to the
+// first missing file.
+int storedIterationCount(const QString &projectFolder, IterationFile file);
+
+// The matrix stored for iteration k (R and lambda files hold one row); empty
+// for a missing file.
+DoubleMatrix readIterationFile(const QString &projectFolder, IterationFile file, int k);
 
 // The files of the newest iteration: X, Y and Parameter from the newest entry
 // of each history (a history without entries writes nothing), the ODE_sol
