@@ -1,9 +1,14 @@
 #!/usr/bin/env bash
-# Installs what is missing, configures, builds and runs every test with ctest.
+# Installs what is missing, configures, builds and runs every test with ctest;
+# then builds and runs the tests once more with AddressSanitizer and
+# UndefinedBehaviorSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release
 cmake --build build -j"$(nproc)"
-cd build
-QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j"$(nproc)"
+(cd build && QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j"$(nproc)")
+
+cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DAMBREL_SANITIZE=ON -DAMBREL_BUILD_BENCH=OFF
+cmake --build build-asan -j"$(nproc)"
+(cd build-asan && QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j"$(nproc)")
