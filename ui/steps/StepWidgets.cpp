@@ -8,6 +8,8 @@
 #include <QPushButton>
 #include <QTextEdit>
 
+#include <algorithm>
+
 QPushButton *makeButton(const char *objectName, const QString &text, QWidget *parent)
 {
     return named(new QPushButton(text, parent), objectName);
@@ -36,7 +38,11 @@ QTableWidgetWithCopyPaste *makeDataTable(const char *objectName, int rows, const
     auto *table = named(new QTableWidgetWithCopyPaste(rows, headers.size(), parent), objectName);
     table->setHorizontalHeaderLabels(headers);
     table->horizontalHeader()->setStretchLastSection(true);
+    // Columns as wide as their headers, and wide enough for a number with
+    // several digits under a short header ("Time", "Value").
     table->resizeColumnsToContents();
+    for (int c = 0; c < table->columnCount(); ++c)
+        table->setColumnWidth(c, std::max(table->columnWidth(c), 100));
     // Rows a little taller than the text, so a page shows many of them.
     table->verticalHeader()->setDefaultSectionSize(table->fontMetrics().height() + 8);
     return table;
