@@ -1,6 +1,7 @@
 #include "MainWindow.h"
 
 #include "MainWindowActions.h"
+#include "ProjectDocument.h"
 #include "ProjectFolder.h"
 #include "steps/DoseEventsStep.h"
 #include "steps/ModelEditorStep.h"
@@ -72,6 +73,8 @@ void MainWindow::createSteps()
     m_workbench.results = new ResultsStep(m_workbench, this);
     m_workbench.simulation = new SimulationStep(m_workbench, this);
     m_workbench.project = new ProjectFolder(m_workbench, this);
+    m_workbench.document = new ProjectDocument(m_workbench, this);
+    m_workbench.document->watchInputs();
 }
 
 QWidget *MainWindow::buildCentralWidget()

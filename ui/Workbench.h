@@ -10,6 +10,7 @@ class RunStep;
 class ResultsStep;
 class SimulationStep;
 class ProjectFolder;
+class ProjectDocument;
 
 // Everything one part of the window may reach in another: the shared error
 // pane, the actions, the workflow steps and the project folder. The window
@@ -29,6 +30,9 @@ struct Workbench {
     ResultsStep *results = nullptr;          // Step6
     SimulationStep *simulation = nullptr;    // Step7
     ProjectFolder *project = nullptr;        // save and load
+    // The inputs of every step, the model built from them and the current
+    // result.
+    ProjectDocument *document = nullptr;
 
     // Enables or disables every model-defining widget of every step together
     // (the window's enable_model_related_UI).
