@@ -15,6 +15,10 @@ EngineRunner::EngineRunner(QObject *parent)
     : QObject(parent)
     , m_engine(std::make_unique<ambrel_method>())
 {
+    // The thread is a child so that an owner can find it among its objects;
+    // as a member it is destroyed (and leaves the children) before the base.
+    m_thread.setParent(this);
+    m_thread.setObjectName(QStringLiteral("ambrel_method thread"));
     // Both handlers run on the worker thread, inside the run. They are
     // connected before any caller's connection, so the flags are up to date
     // before a queued runFinished or calculationCompleted is posted.

@@ -34,6 +34,8 @@ struct FakeRunControl : RunControl {
     bool isRunning() const override { return running; }
     void requestAbort() override { ++aborts; }
     void start(bool restart) override { starts << restart; }
+    void iterationResult(const compResult &) override {}
+    void completed() override {}
 };
 
 QStringList headers(const QTableWidget *table)

@@ -3,6 +3,7 @@
 #include "MainWindowActions.h"
 #include "ProjectDocument.h"
 #include "ProjectFolder.h"
+#include "run/RunFlow.h"
 #include "steps/DoseEventsStep.h"
 #include "steps/ModelEditorStep.h"
 #include "steps/ObservationStep.h"
@@ -75,6 +76,16 @@ void MainWindow::createSteps()
     m_workbench.project = new ProjectFolder(m_workbench, this);
     m_workbench.document = new ProjectDocument(m_workbench, this);
     m_workbench.document->watchInputs();
+    m_runFlow = new RunFlow(m_workbench, this);
+    m_workbench.run->setRunControl(m_runFlow);
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    // A run is stopped and waited for here, not left to the teardown of the
+    // window's children, so its thread never outlives the window.
+    m_runFlow->stopAndWait(30000);
+    QMainWindow::closeEvent(event);
 }
 
 QWidget *MainWindow::buildCentralWidget()

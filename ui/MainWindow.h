@@ -8,6 +8,7 @@
 class QPoint;
 class QTableWidgetItem;
 class QToolBox;
+class RunFlow;
 
 // The workbench window: the error pane and the copy-variable group above a
 // toolbox of the seven workflow steps, the menus and the run controls. The
@@ -102,5 +103,8 @@ private:
     QToolBox *buildToolBox();
     void connectWidgets();
 
+    void closeEvent(QCloseEvent *event) override;
+
     Workbench m_workbench;
+    RunFlow *m_runFlow = nullptr;
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "project/compResult.h"
+
 // What the window needs from whatever runs the engine: the run wiring
 // implements it and installs it with RunStep::setRunControl.
 class RunControl {
@@ -14,4 +16,7 @@ public:
     // A run from the window's tables and settings; restart continues from the
     // current result.
     virtual void start(bool restart) = 0;
+    // The engine's signals, as the window receives them.
+    virtual void iterationResult(const compResult &result) = 0;
+    virtual void completed() = 0;
 };

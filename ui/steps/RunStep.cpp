@@ -168,10 +168,12 @@ void RunStep::weightedIterationsChanged(int count)
 
 void RunStep::computationCompleted()
 {
-    // Filled in by the run wiring: refresh the views, back to idle, progress bar full.
+    if (m_control)
+        m_control->completed();
 }
 
-void RunStep::computationResult(const compResult &)
+void RunStep::computationResult(const compResult &result)
 {
-    // Filled in by the run wiring: hand the record to the result views.
+    if (m_control)
+        m_control->iterationResult(result);
 }

@@ -1,0 +1,211 @@
+#include "ui/MainWindow.h"
+#include "ui/messages/ProblemHtml.h"
+#include "window_test_support.h"
+
+#include <QAction>
+#include <QDialog>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QTableWidget>
+#include <QTextEdit>
+#include <QtTest>
+
+// The window's run flow and project folder, driven through its widgets.
+class RunAndProjectTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void problemsRenderAsTheErrorPaneShowsThem();
+    void openFillsEveryStepFromTheFolder();
+    void firstSaveAsksAndACancelSavesNothing();
+    void saveAfterOpenWritesIntoTheOpenedFolder();
+    void runToTheEndAndBackToIdle();
+    void stopEndsTheRunAndReturnsToIdle();
+    void runRefusedByTheParameterSpecification();
+    void closingDuringARunWaitsForIt();
+
+private:
+    template<typename T = QWidget>
+    T *find(const char *name) const
+    {
+        return findNamed<T>(m_window, name);
+    }
+    QString openExample(const QString &name)
+    {
+        const QString folder = copyExample(m_dir->path(), name);
+        m_window->openProject(folder);
+        return folder;
+    }
+    void setShortRun(int stage1, int stage2, int points)
+    {
+        find<QSpinBox>("spinBox_numTotIter")->setValue(stage1);
+        find<QSpinBox>("spinBox_numS2_iter")->setValue(stage2);
+        find<QSpinBox>("spinBox_numInitICluster")->setValue(points);
+    }
+    bool idle() const
+    {
+        return find<QAction>("actionRun")->isEnabled() && find<QAction>("actionOpen")->isEnabled() &&
+               !find<QAction>("actionAbort")->isEnabled() &&
+               find<QPushButton>("pushButton_runAMmethod")->isEnabled() &&
+               !find<QTextEdit>("textEdit_ODEExpression")->isReadOnly();
+    }
+
+    MainWindow *m_window = nullptr;
+    QTemporaryDir *m_dir = nullptr;
+};
+
+void RunAndProjectTest::init()
+{
+    m_dir = new QTemporaryDir;
+    m_window = new MainWindow;
+}
+
+void RunAndProjectTest::cleanup()
+{
+    delete m_window;
+    delete m_dir;
+}
+
+void RunAndProjectTest::problemsRenderAsTheErrorPaneShowsThem()
+{
+    const Problem dose{ProblemSource::DoseTable, 2, 0,
+                       "Error in Dosing Table (3th row Time):\nCould not evaluate the expression for the "
+                       "dosage time."};
+    const Problem value{ProblemSource::ObservationTable, 1, 2,
+                        "Error in Observation Table (2th row Value):\n Expression could not be understood."};
+    QCOMPARE(
+            problemsHtml({dose, value}),
+            QStringLiteral("<font color=red> Error in Dosing Table (3th row Time):<br>Could not evaluate the "
+                           "expression for the dosage time.</font><br><font color=red> Error in Observation "
+                           "Table (2th row Value):<br> Expression could not be understood.</font>"));
+    QCOMPARE(redBlockHtml({"a", "b"}), QStringLiteral("<font color=red>a<br>b</font>"));
+    QVERIFY(redBlockHtml({}).isEmpty());
+}
+
+void RunAndProjectTest::openFillsEveryStepFromTheFolder()
+{
+    openExample("oral-absorption");
+    QVERIFY(find<QTextEdit>("textEdit_ODEExpression")->toPlainText().contains("dAcdt = ka*Ag - CL/V*Ac"));
+    auto *doses = find<QTableWidget>("tableWidget_doseEvents");
+    QCOMPARE(doses->item(0, 1)->text(), QStringLiteral("Ag"));
+    // The note column survives a file without it.
+    QCOMPARE(doses->horizontalHeaderItem(4)->text(), QStringLiteral("Note (optional):"));
+    auto *simulationDoses = find<QTableWidget>("tableWidget_simulationDoseEvents");
+    QCOMPARE(simulationDoses->item(0, 2)->text(), QStringLiteral("320"));
+    QCOMPARE(find<QTableWidget>("tableWidget_observations")->item(12, 2)->text(), QStringLiteral("0.791723"));
+    QCOMPARE(find<QTableWidget>("tableWidget_parametersSpec")->item(1, 1)->text(), QStringLiteral("100"));
+    QVERIFY(find<QTextEdit>("textEdit_paraDefinition")->toPlainText().startsWith("CL=100*EXP(x1)"));
+}
+
+void RunAndProjectTest::firstSaveAsksAndACancelSavesNothing()
+{
+    QString title;
+    answerNextModal([&title](QWidget *dialog) {
+        title = dialog->windowTitle();
+        static_cast<QDialog *>(dialog)->reject();
+    });
+    find<QAction>("actionSave")->trigger();
+    QCOMPARE(title, QStringLiteral("Choose Saving Directory"));
+    QVERIFY(!QFile::exists(QDir::currentPath() + "/model/ODE_expression.txt"));
+    // Still no folder: the next save asks again.
+    title.clear();
+    answerNextModal([&title](QWidget *dialog) {
+        title = dialog->windowTitle();
+        static_cast<QDialog *>(dialog)->reject();
+    });
+    find<QAction>("actionSave")->trigger();
+    QCOMPARE(title, QStringLiteral("Choose Saving Directory"));
+}
+
+void RunAndProjectTest::saveAfterOpenWritesIntoTheOpenedFolder()
+{
+    const QString folder = openExample("oral-absorption");
+    find<QTextEdit>("textEdit_ODEExpression")->append("; edited");
+    find<QLineEdit>("lineEdit_simulationTimePoints")->setText("0:1:24");
+    find<QAction>("actionSave")->trigger(); // no dialog: a modal would block here
+    QVERIFY(QFile(folder + "/model/ODE_expression.txt").size() > 0);
+    QFile ode(folder + "/model/ODE_expression.txt");
+    QVERIFY(ode.open(QIODevice::ReadOnly));
+    QVERIFY(ode.readAll().endsWith("; edited"));
+    QFile times(folder + "/model/simulationTimePoints.txt");
+    QVERIFY(times.open(QIODevice::ReadOnly));
+    QCOMPARE(times.readAll(), QByteArray("0:1:24"));
+    QCOMPARE(QDir(folder + "/history").entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
+}
+
+void RunAndProjectTest::runToTheEndAndBackToIdle()
+{
+    const QString folder = openExample("oral-absorption");
+    setShortRun(3, 1, 30);
+    QSignalSpy spy(find<QProgressBar>("progressBar_AM"), &QProgressBar::valueChanged);
+    find<QPushButton>("pushButton_runAMmethod")->click();
+    QVERIFY(find<QAction>("actionAbort")->isEnabled());
+    QVERIFY(!find<QAction>("actionSave")->isEnabled());
+    QVERIFY(find<QTextEdit>("textEdit_ODEExpression")->isReadOnly());
+    QCOMPARE(find<QTableWidget>("tableWidget_initialCluster")->rowCount(), 30);
+
+    QTRY_VERIFY_WITH_TIMEOUT(idle(), 60000);
+    auto *progress = find<QProgressBar>("progressBar_AM");
+    QCOMPARE(progress->value(), progress->maximum());
+    QCOMPARE(progress->maximum(), 30 * 4);
+    const QString log = find<QTextEdit>("textEdi_compLog")->toPlainText();
+    QVERIFY(log.startsWith(">>>>>>Ambrel method for PBPK models version alpha 5.1.0<<<<<<"));
+    QVERIFY(log.contains("\nNumber of Stage1 iterations: 3\n"));
+    QVERIFY(log.contains("iterNumber: 3"));
+    QVERIFY(log.endsWith("Model and Computation result are saved in " + folder));
+    QVERIFY(QFile::exists(folder + "/compResult/X_3.csv"));
+    QVERIFY(QFile::exists(folder + "/model/initial_cluster.txt"));
+
+    // A restart continues from the last iteration with the log kept.
+    find<QSpinBox>("spinBox_numS2_iter")->setValue(2);
+    find<QAction>("actionRerun")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(idle(), 60000);
+    const QString restarted = find<QTextEdit>("textEdi_compLog")->toPlainText();
+    QVERIFY(restarted.startsWith(log));
+    QVERIFY(restarted.contains("=== computation restarted at"));
+    QVERIFY(QFile::exists(folder + "/compResult/X_4.csv"));
+}
+
+void RunAndProjectTest::stopEndsTheRunAndReturnsToIdle()
+{
+    openExample("oral-absorption");
+    setShortRun(99, 10, 40);
+    find<QAction>("actionRun")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(find<QTextEdit>("textEdi_compLog")->toPlainText().contains("iterNumber: 1"),
+                             60000);
+    find<QAction>("actionAbort")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(idle(), 60000);
+    QVERIFY(!find<QTextEdit>("textEdi_compLog")->toPlainText().contains("iterNumber: 108"));
+}
+
+void RunAndProjectTest::runRefusedByTheParameterSpecification()
+{
+    openExample("oral-absorption");
+    find<QTableWidget>("tableWidget_parametersSpec")->item(0, 0)->setText("50"); // above its upper bound
+    find<QAction>("actionRun")->trigger();
+    QCOMPARE(find<QTextEdit>("textEdi_compLog")->toPlainText(),
+             QStringLiteral(
+                     "Parameters are not specified correctly, Ambrel method cannot be run. Check Step 3."));
+    QVERIFY(idle());
+    QVERIFY(find<QSpinBox>("spinBox_numTotIter")->isEnabled());
+}
+
+void RunAndProjectTest::closingDuringARunWaitsForIt()
+{
+    openExample("oral-absorption");
+    setShortRun(99, 10, 40);
+    find<QAction>("actionRun")->trigger();
+    QTRY_VERIFY_WITH_TIMEOUT(find<QTextEdit>("textEdi_compLog")->toPlainText().contains("iterNumber: 0"),
+                             60000);
+    QVERIFY(m_window->close());
+    delete m_window; // must neither crash nor leave the engine's thread running
+    m_window = nullptr;
+}
+
+QTEST_MAIN(RunAndProjectTest)
+#include "test_run_and_project.moc"
