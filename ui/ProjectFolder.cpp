@@ -157,5 +157,7 @@ void ProjectFolder::loadResult()
         w.results->iterationBox()->setMaximum(last);
         w.results->iterationBox()->setValue(last);
     }
-    w.parameters->clusterSizeBox()->setValue(w.parameters->initialClusterTable()->rowCount());
+    // A folder without an initial cluster keeps the size the user has set.
+    if (const int points = w.parameters->initialClusterTable()->rowCount())
+        w.parameters->clusterSizeBox()->setValue(points);
 }

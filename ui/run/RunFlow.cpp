@@ -17,7 +17,6 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRegularExpression>
-#include <QScrollBar>
 #include <QSpinBox>
 #include <QTextEdit>
 
@@ -208,6 +207,10 @@ bool RunFlow::prepareRecord(bool restart, const RunSettings &settings)
                                        settings.initialClusterPoints, generator);
         matrixToTable(clusterTable, cluster);
     }
+    if (cluster.isEmpty()) {
+        refuse(QStringLiteral("The initial cluster holds no points: set the number of points in Step3-2."));
+        return false;
+    }
     engine->result = compResult();
     engine->result.X << cluster;
     engine->result.log = logHeader(settings);
@@ -230,7 +233,8 @@ void RunFlow::showLog(const QStringList &log)
 {
     QTextEdit *pane = m_workbench.run->logPane();
     pane->setPlainText(log.join(QLatin1Char('\n')));
-    pane->verticalScrollBar()->setValue(pane->verticalScrollBar()->maximum());
+    pane->moveCursor(QTextCursor::End); // the newest lines in view
+    pane->ensureCursorVisible();
 }
 
 void RunFlow::iterationResult(const compResult &result)

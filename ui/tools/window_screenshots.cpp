@@ -1,56 +1,25 @@
 // Writes a PNG of every workflow page of the window (and of the tabs inside
 // the pages) into a folder, to look at the layout:
 //
-//     window_screenshots OUTDIR [PROJECT_FOLDER]
+//     window_screenshots OUTDIR [PROJECT_FOLDER [--run]]
 //
-// With a project folder the model files are shown in the widgets first. Under
+// With a project folder the project is opened first (and with --run the
+// method runs to its end with the folder's settings before the pictures). Under
 // X (for example Xvfb) the picture is taken from the screen, otherwise the
 // window renders itself.
 #include "ui/MainWindow.h"
-#include "ui/tables/TableWidgetFiles.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QDir>
-#include <QFile>
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
 #include <QTabWidget>
-#include <QTableWidget>
-#include <QTextEdit>
-#include <QTextStream>
 #include <QThread>
 #include <QToolBox>
 
 namespace {
-
-QString fileText(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-        return {};
-    return QTextStream(&file).readAll();
-}
-
-// Shows the model files in the widgets (no checks: only for the pictures).
-void showModel(MainWindow &window, const QString &folder)
-{
-    const QString model = folder + "/model/";
-    const auto text = [&](const char *name, const char *file) {
-        window.findChild<QTextEdit *>(name)->setPlainText(fileText(model + file));
-    };
-    text("textEdit_ODEExpression", "ODE_expression.txt");
-    text("textEdit_auxFunction", "ODE_auxiliary_function_expression.txt");
-    text("textEdit_paraDefinition", "reparaDefinition.txt");
-    text("textEdit_paraDefInverse", "reparaInverse.txt");
-    readTable(model + "dose_events.txt", window.findChild<QTableWidget *>("tableWidget_doseEvents"));
-    readTable(model + "dose_events.txt",
-              window.findChild<QTableWidget *>("tableWidget_simulationDoseEvents"));
-    readTable(model + "parameter_specifications.csv",
-              window.findChild<QTableWidget *>("tableWidget_parametersSpec"));
-    readTable(model + "observations.txt", window.findChild<QTableWidget *>("tableWidget_observations"));
-}
 
 void settle()
 {
@@ -86,7 +55,13 @@ int main(int argc, char *argv[])
     MainWindow window;
     window.show();
     if (arguments.size() > 2)
-        showModel(window, arguments[2]);
+        window.openProject(arguments[2]);
+    if (arguments.contains(QStringLiteral("--run"))) {
+        QAction *run = window.findChild<QAction *>("actionRun");
+        run->trigger();
+        while (!run->isEnabled())
+            settle();
+    }
 
     auto *toolBox = window.findChild<QToolBox *>("toolBox");
     for (int i = 0; i < toolBox->count(); ++i) {
