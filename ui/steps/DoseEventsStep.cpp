@@ -1,6 +1,9 @@
 #include "DoseEventsStep.h"
 
+#include "CellValidation.h"
 #include "StepWidgets.h"
+#include "ui/ProjectDocument.h"
+#include "ui/Workbench.h"
 #include "ui/widgets/QTableWidgetWithCopyPaste.h"
 
 #include <QHBoxLayout>
@@ -72,12 +75,21 @@ void DoseEventsStep::deleteSelectedRows()
         m_table->removeRow(row);
 }
 
-void DoseEventsStep::validateCell(QTableWidgetItem *)
+TableValidator *DoseEventsStep::validator()
 {
-    // Filled in with the per-cell validation of the dose events.
+    return TableValidator::of(m_table, int(DoseColumn::Note), workbench().errorPane,
+                              [this](const StringMatrix &cells, int row, int column) {
+                                  return checkDoseCells(workbench().document->model(), DoseTable::Estimation,
+                                                        cells, row, column);
+                              });
+}
+
+void DoseEventsStep::validateCell(QTableWidgetItem *item)
+{
+    validator()->cellEdited(item);
 }
 
 void DoseEventsStep::readDoseEvents()
 {
-    // Filled in with the per-cell validation: reads the whole table into dose records.
+    validator()->validateNow();
 }

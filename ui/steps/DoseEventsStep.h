@@ -7,6 +7,7 @@ class QPushButton;
 class QTableWidgetItem;
 class QTableWidgetWithCopyPaste;
 class QWidget;
+class TableValidator;
 
 // Step2: the dose-event table and its row button.
 class DoseEventsStep : public WorkflowStep {
@@ -29,11 +30,18 @@ public:
     void insertRow(int row);
     void deleteSelectedRows();
 
-    // Filled in with the per-cell validation.
+    // Checks the table after an edit of item: failing cells red, the others
+    // black, and the table's current problems (after the edited cell's note
+    // for an understood expression) in the error pane. Edits made together,
+    // as by a paste, are checked once when control returns to the event loop.
     void validateCell(QTableWidgetItem *item);
+    // Checks the whole table now, the same way, without an edited cell (after
+    // a load, once the parameter specification is in place).
     void readDoseEvents();
 
 private:
+    TableValidator *validator();
+
     QWidget *m_page = nullptr;
     QTableWidgetWithCopyPaste *m_table = nullptr;
     QPushButton *m_addRows = nullptr;

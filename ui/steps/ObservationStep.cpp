@@ -1,6 +1,9 @@
 #include "ObservationStep.h"
 
+#include "CellValidation.h"
 #include "StepWidgets.h"
+#include "ui/ProjectDocument.h"
+#include "ui/Workbench.h"
 #include "ui/tables/TableWidgetFiles.h"
 #include "ui/widgets/QTableWidgetWithCopyPaste.h"
 
@@ -91,7 +94,21 @@ void ObservationStep::undo()
         matrixToTable(m_table, m_snapshot);
 }
 
-void ObservationStep::validateCell(QTableWidgetItem *)
+TableValidator *ObservationStep::validator()
 {
-    // Filled in with the per-cell validation of the observations.
+    return TableValidator::of(m_table, NoteColumn, workbench().errorPane,
+                              [this](const StringMatrix &cells, int row, int column) {
+                                  return checkObservationCells(workbench().document->model(), cells, row,
+                                                               column);
+                              });
+}
+
+void ObservationStep::validateCell(QTableWidgetItem *item)
+{
+    validator()->cellEdited(item);
+}
+
+void ObservationStep::readObservations()
+{
+    validator()->validateNow();
 }

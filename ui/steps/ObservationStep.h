@@ -8,6 +8,7 @@ class QPushButton;
 class QTableWidgetItem;
 class QTableWidgetWithCopyPaste;
 class QWidget;
+class TableValidator;
 
 // Step4: the observation table, its row button and the Observation menu's
 // column operations with their one-level undo.
@@ -41,11 +42,17 @@ public:
     // Restores the snapshot; it is kept, so a repeated undo changes nothing.
     void undo();
 
-    // Filled in with the per-cell validation.
+    // Checks the table after an edit of item, as the dose table does:
+    // failing cells red, the others black, the table's current problems
+    // (after the edited cell's note) in the error pane; edits made together
+    // are checked once.
     void validateCell(QTableWidgetItem *item);
+    // Checks the whole table now, without an edited cell.
+    void readObservations();
 
 private:
     void takeSnapshot();
+    TableValidator *validator();
 
     QWidget *m_page = nullptr;
     QTableWidgetWithCopyPaste *m_table = nullptr;

@@ -1,6 +1,9 @@
 #include "SimulationStep.h"
 
+#include "CellValidation.h"
 #include "StepWidgets.h"
+#include "ui/ProjectDocument.h"
+#include "ui/Workbench.h"
 #include "ui/widgets/QTableWidgetWithCopyPaste.h"
 
 #include <QChartView>
@@ -123,9 +126,16 @@ void SimulationStep::logScaleChanged(int)
     // Filled in with the simulation: redraws with the chosen y axis.
 }
 
-void SimulationStep::validateDoseCell(QTableWidgetItem *)
+void SimulationStep::validateDoseCell(QTableWidgetItem *item)
 {
-    // Filled in with the per-cell validation of the simulation doses.
+    // Checked as the model's dose table, but with the simulation table's own
+    // name in its Duration message.
+    TableValidator::of(m_doses, int(DoseColumn::Note), workbench().errorPane,
+                       [this](const StringMatrix &cells, int row, int column) {
+                           return checkDoseCells(workbench().document->model(), DoseTable::Simulation, cells,
+                                                 row, column);
+                       })
+            ->cellEdited(item);
 }
 
 void SimulationStep::validateParameterCell(QTableWidgetItem *)
