@@ -75,6 +75,9 @@ void ProjectFolder::openFolder(const QString &folder)
     loadModelTexts();
     loadTables();
     loadResult();
+    // The error pane ends on the problems of the loaded tables.
+    m_workbench.doseEvents->readDoseEvents();
+    m_workbench.observations->readObservations();
 }
 
 void ProjectFolder::loadStep(const QString &failureText, const std::function<void()> &step)
@@ -126,7 +129,7 @@ void ProjectFolder::loadTables()
     });
     loadStep(tr("Could not load Parameter Domain of Interest and Theoretical Upper and Lower Bounds."), [&] {
         readTableKeepingHeaders(model + "parameter_specifications.csv", w.parameters->specificationTable());
-        w.parameters->specificationItemChanged(nullptr, nullptr);
+        w.parameters->processSpecification();
     });
     loadStep(tr("Could not load Parameter Definition (g(x))."), [&] {
         loadText(QStringLiteral("/model/reparaDefinition.txt"),
@@ -136,8 +139,11 @@ void ProjectFolder::loadTables()
         loadText(QStringLiteral("/model/reparaInverse.txt"),
                  [&w](const QString &text) { w.parameters->inverseEditor()->setPlainText(text); });
     });
-    loadStep(tr("Could not load Initial Cluster."),
-             [&] { readTable(model + "initial_cluster.txt", w.parameters->initialClusterTable()); });
+    w.parameters->setClusterHeaders();
+    loadStep(tr("Could not load Initial Cluster."), [&] {
+        readTable(model + "initial_cluster.txt", w.parameters->initialClusterTable());
+        w.parameters->setClusterHeaders(); // a file with other columns keeps the names
+    });
     loadStep(tr("Could not load Observation Events."),
              [&] { readTableKeepingHeaders(model + "observations.txt", w.observations->table()); });
 }

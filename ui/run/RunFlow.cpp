@@ -20,8 +20,6 @@
 #include <QSpinBox>
 #include <QTextEdit>
 
-#include <ctime>
-
 namespace {
 
 const char *const kVersionText = "alpha 5.1.0";
@@ -199,14 +197,7 @@ bool RunFlow::prepareRecord(bool restart, const RunSettings &settings)
         engine->result.log << logHeader(settings);
         return true;
     }
-    QTableWidget *clusterTable = m_workbench.parameters->initialClusterTable();
-    DoubleMatrix cluster = tableToDoubleMatrix(clusterTable);
-    if (cluster.isEmpty()) {
-        std::mt19937_64 generator(std::uint64_t(std::time(nullptr)));
-        cluster = sampleInitialCluster(projectSearchDomain(m_workbench.document->model()),
-                                       settings.initialClusterPoints, generator);
-        matrixToTable(clusterTable, cluster);
-    }
+    const DoubleMatrix cluster = m_workbench.parameters->ensureInitialCluster();
     if (cluster.isEmpty()) {
         refuse(QStringLiteral("The initial cluster holds no points: set the number of points in Step3-2."));
         return false;
