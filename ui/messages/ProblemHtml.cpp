@@ -2,9 +2,11 @@
 
 namespace {
 
-QString withLineBreaks(QString text)
+// The text escaped (messages speak of "d<variable name>dt"), its lines
+// separated by "<br>".
+QString withLineBreaks(const QString &text)
 {
-    return text.replace(QLatin1Char('\n'), QLatin1String("<br>"));
+    return text.toHtmlEscaped().replace(QLatin1Char('\n'), QLatin1String("<br>"));
 }
 
 } // namespace
@@ -26,7 +28,7 @@ QString redBlockHtml(const QStringList &messages)
 {
     if (messages.isEmpty())
         return QString();
-    return QStringLiteral("<font color=red>") + withLineBreaks(messages.join(QLatin1String("<br>"))) +
+    return QStringLiteral("<font color=red>") + withLineBreaks(messages.join(QLatin1Char('\n'))) +
            QStringLiteral("</font>");
 }
 

@@ -1,15 +1,29 @@
 #include "ModelEditorStep.h"
 
 #include "StepWidgets.h"
+#include "ui/ProjectDocument.h"
+#include "ui/Workbench.h"
+#include "ui/editor/OdeHighlighting.h"
+#include "ui/messages/ProblemHtml.h"
 
+#include <QClipboard>
 #include <QComboBox>
+#include <QDebug>
+#include <QFontMetricsF>
 #include <QGroupBox>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScopedValueRollback>
+#include <QScrollBar>
+#include <QSet>
 #include <QTableWidget>
+#include <QTextBlock>
+#include <QTextCursor>
+#include <QTextDocument>
 #include <QTextEdit>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -22,6 +36,31 @@ QTimer *makeReparseTimer(const char *objectName, QObject *parent)
     timer->setSingleShot(true);
     timer->setInterval(ModelEditorStep::reparseDelayMs);
     return timer;
+}
+
+// The colouring's "<br>" puts all lines into one paragraph, and a font with
+// negative leading sets the lines of a paragraph closer than paragraphs.
+// Every line gets at least the font's height, as the typed lines have, so the
+// text does not shift when it is re-coloured or split by a new line.
+void keepLineSpacing(QTextDocument *document)
+{
+    QTextBlockFormat format;
+    format.setLineHeight(QFontMetricsF(document->defaultFont()).height(), QTextBlockFormat::MinimumHeight);
+    // Not a step of the user's undo history.
+    document->setUndoRedoEnabled(false);
+    QTextCursor all(document);
+    all.select(QTextCursor::Document);
+    all.mergeBlockFormat(format);
+    document->setUndoRedoEnabled(true);
+}
+
+// The label shows as many lines as the window gives it; the tool tip holds
+// the whole list of a large model.
+void showNames(QLabel *label, const QString &text)
+{
+    label->setText(text);
+    label->setToolTip(QStringLiteral("<qt>") + text.toHtmlEscaped() + QStringLiteral("</qt>"));
+    label->show();
 }
 
 } // namespace
@@ -106,18 +145,23 @@ void ModelEditorStep::buildCopyVariableGroup()
                                    "menu you can copy variable and parameter names)")),
                   "groupBox_copyVariable");
     auto *layout = new QHBoxLayout(m_copyGroup);
-    auto *names = named(new QComboBox(m_copyGroup), "comboBox_copyVPnames");
-    names->setMinimumContentsLength(20);
-    auto *variables = named(new QLabel(tr("Variables:"), m_copyGroup), "lab_variableNames");
-    auto *parameters = named(new QLabel(tr("Parameters:"), m_copyGroup), "lab_parameterNames");
-    variables->setWordWrap(true);
-    parameters->setWordWrap(true);
-    layout->addWidget(names);
-    layout->addWidget(variables, 1);
-    layout->addWidget(parameters, 1);
+    m_copyNames = named(new QComboBox(m_copyGroup), "comboBox_copyVPnames");
+    m_copyNames->setMinimumContentsLength(20);
+    m_variablesLabel = named(new QLabel(tr("Variables:"), m_copyGroup), "lab_variableNames");
+    m_parametersLabel = named(new QLabel(tr("Parameters:"), m_copyGroup), "lab_parameterNames");
+    for (QLabel *label : {m_variablesLabel, m_parametersLabel}) {
+        // Names are shown as typed, never read as markup.
+        label->setTextFormat(Qt::PlainText);
+        label->setWordWrap(true);
+    }
+    layout->addWidget(m_copyNames);
+    layout->addWidget(m_variablesLabel, 1);
+    layout->addWidget(m_parametersLabel, 1);
     layout->addStretch(1);
-    variables->hide();
-    parameters->hide();
+    // Shown once a parse has given them names.
+    m_variablesLabel->hide();
+    m_parametersLabel->hide();
+    connect(m_copyNames, QOverload<int>::of(&QComboBox::activated), this, &ModelEditorStep::copyName);
 }
 
 void ModelEditorStep::setModelEditable(bool enable)
@@ -147,45 +191,220 @@ void ModelEditorStep::toggleStructureJacobian()
 
 void ModelEditorStep::odeTextChanged()
 {
-    m_odeTimer->start();
+    // The program's own re-colouring changes the content but not the text.
+    if (!m_settingText)
+        m_odeTimer->start();
 }
 
 void ModelEditorStep::auxFunctionTextChanged()
 {
-    m_auxTimer->start();
+    if (!m_settingText)
+        m_auxTimer->start();
 }
 
 void ModelEditorStep::reparseOdeText()
 {
-    // Filled in with the editor assistance: parse, labels, highlighting, name lists.
+    reparse();
 }
 
 void ModelEditorStep::reparseAuxFunctions()
 {
-    // Filled in with the editor assistance.
+    // The auxiliary functions are substituted into the ODE system, so either
+    // text's change re-parses both.
+    reparse();
+}
+
+void ModelEditorStep::reparse()
+{
+    m_odeTimer->stop();
+    m_auxTimer->stop();
+    qDebug() << "start parsing";
+    const OdeSystemText system = parsedSystem();
+    qDebug() << "finish parsing";
+    refreshNames(system);
+    recolourEditors(system);
+    qDebug() << "finish settingText";
+    emit reparsed();
+}
+
+OdeSystemText ModelEditorStep::parsedSystem() const
+{
+    // A copy: re-colouring edits the texts, after which the document builds
+    // its model anew.
+    return workbench().document->model().system;
+}
+
+void ModelEditorStep::refreshNames(const OdeSystemText &system)
+{
+    const QStringList &states = system.stateVariableNames;
+    // The second list: what the auxiliary functions use besides the state
+    // variables, so that a parameter of a function the ODE text does not use
+    // (yet) is listed too.
+    const QSet<QString> stateSet(states.begin(), states.end());
+    QStringList auxiliaryParameters;
+    for (const QString &name : system.auxiliaryParameterNames) {
+        if (!stateSet.contains(name))
+            auxiliaryParameters << name;
+    }
+    m_parameterNames = mergedNames(system.parameterNames, auxiliaryParameters);
+
+    showNames(m_parametersLabel, tr("Parameters: ") + m_parameterNames.join(QLatin1Char(' ')));
+    showNames(m_variablesLabel, tr("Variables: ") + states.join(QLatin1Char(' ')));
+    fillNameBoxes(nameListEntries(states, m_parameterNames));
+    showStructureJacobian(system);
+    showErrors();
+}
+
+void ModelEditorStep::fillNameBoxes(const QStringList &entries)
+{
+    for (QComboBox *box : {m_copyNames, m_findName}) {
+        const QString chosen = box->currentText();
+        const QSignalBlocker blocker(box);
+        box->clear();
+        box->addItems(entries);
+        box->setCurrentIndex(qMax(0, entries.indexOf(chosen)));
+    }
+}
+
+void ModelEditorStep::copyName(int index)
+{
+    const QString name = m_copyNames->itemText(index);
+    if (isNameEntry(name))
+        QGuiApplication::clipboard()->setText(name);
+}
+
+void ModelEditorStep::showStructureJacobian(const OdeSystemText &system)
+{
+    const int n = system.numStateVariables();
+    m_jacobian->clearContents();
+    if (n > maxJacobianStates) {
+        m_jacobian->setRowCount(0);
+        m_jacobian->setColumnCount(0);
+        m_jacobian->setToolTip(
+                tr("The structure Jacobian is shown for at most %1 state variables.").arg(maxJacobianStates));
+        return;
+    }
+    m_jacobian->setToolTip(tr("1: linear, 0: independent, -1: non-linear or not evaluated"));
+    m_jacobian->setRowCount(n);
+    m_jacobian->setColumnCount(n);
+    m_jacobian->setHorizontalHeaderLabels(system.stateVariableNames);
+    m_jacobian->setVerticalHeaderLabels(system.stateVariableNames);
+    for (int i = 0; i < n; ++i) {
+        for (int j = 0; j < n; ++j) {
+            auto *item = new QTableWidgetItem(QString::number(system.dependencyMatrix[i][j]));
+            item->setTextAlignment(Qt::AlignCenter);
+            m_jacobian->setItem(i, j, item);
+        }
+    }
+}
+
+void ModelEditorStep::recolourEditors(const OdeSystemText &system)
+{
+    for (QTextEdit *editor : {m_odeEditor, m_auxEditor}) {
+        const QString text = editor->toPlainText();
+        if (text.size() > maxColouredLength)
+            recolour(editor, text, false);
+        else
+            recolour(editor, highlightedModelHtml(text, system.stateVariableNames, m_parameterNames), true);
+    }
+}
+
+void ModelEditorStep::recolour(QTextEdit *editor, const QString &content, bool richText)
+{
+    Colouring &shown = m_colourings[editor];
+    const bool unchanged = shown.content == content && shown.revision == editor->document()->revision();
+    // A long text that was never coloured holds no stale colours to clear.
+    if (unchanged || (!richText && !shown.richText))
+        return;
+    setEditorContent(editor, content, richText);
+    shown = {content, editor->document()->revision(), richText};
+}
+
+void ModelEditorStep::setEditorContent(QTextEdit *editor, const QString &content, bool richText)
+{
+    const QTextCursor cursor = editor->textCursor();
+    const int anchor = cursor.anchor();
+    const int position = cursor.position();
+    QScrollBar *vertical = editor->verticalScrollBar();
+    QScrollBar *horizontal = editor->horizontalScrollBar();
+    const int top = vertical->value();
+    const int left = horizontal->value();
+    {
+        const QScopedValueRollback<bool> guard(m_settingText, true);
+        if (richText) {
+            editor->setHtml(content);
+            keepLineSpacing(editor->document());
+        } else {
+            editor->setPlainText(content);
+        }
+    }
+    const int end = editor->document()->characterCount() - 1;
+    QTextCursor restored(editor->document());
+    restored.setPosition(qBound(0, anchor, end));
+    restored.setPosition(qBound(0, position, end), QTextCursor::KeepAnchor);
+    editor->setTextCursor(restored);
+    // Typing goes on in the plain format, not in the colour of the name or
+    // comment next to the cursor.
+    if (!restored.hasSelection())
+        editor->setCurrentCharFormat(QTextCharFormat());
+    vertical->setValue(top);
+    horizontal->setValue(left);
 }
 
 void ModelEditorStep::findText()
 {
-    // Filled in with the editor assistance.
+    const QString name = m_findName->currentText();
+    if (isNameEntry(name))
+        replaceOdeText(name, name, false);
 }
 
 void ModelEditorStep::replaceText()
 {
-    // Filled in with the editor assistance.
+    const QString name = m_findName->currentText();
+    if (isNameEntry(name))
+        replaceOdeText(name, m_replaceWith->text(), true);
 }
 
-void ModelEditorStep::replaceOdeText(const QString &, const QString &, bool)
+void ModelEditorStep::replaceOdeText(const QString &findText, const QString &replacement, bool replaceMode)
 {
-    // Filled in with the editor assistance.
+    const QString before = m_odeEditor->toPlainText();
+    const QString marked = markReplacements(before, findText, replacement);
+    if (withoutMarks(marked) != before) {
+        m_textsBeforeReplace << before;
+        if (m_textsBeforeReplace.size() > maxUndoTexts)
+            m_textsBeforeReplace.removeFirst();
+    }
+    if (marked.size() > maxColouredLength)
+        setEditorContent(m_odeEditor, withoutMarks(marked), false);
+    else
+        setEditorContent(m_odeEditor, markedTextHtml(marked, replaceMode ? "red" : "blue"), true);
+    // The marks stay until the next edit re-colours the text; the names
+    // follow the new text at once.
+    m_odeTimer->stop();
+    m_auxTimer->stop();
+    refreshNames(parsedSystem());
 }
 
 void ModelEditorStep::undoReplace()
 {
-    // Filled in with the editor assistance.
+    if (m_textsBeforeReplace.isEmpty())
+        return;
+    setEditorContent(m_odeEditor, m_textsBeforeReplace.takeLast(), false);
+    reparse();
 }
 
 void ModelEditorStep::showErrors()
 {
-    // Filled in with the editor assistance: the error lists in red in the error pane.
+    const ProjectModel &model = workbench().document->model();
+    QStringList messages;
+    for (const Problem &problem : model.problems) {
+        if (problem.source == ProblemSource::ParameterSpecification)
+            messages << problem.text;
+    }
+    messages << model.system.errors;
+    const QString html = redBlockHtml(messages);
+    if (html.isEmpty())
+        workbench().errorPane->clear();
+    else
+        workbench().errorPane->setHtml(html);
 }

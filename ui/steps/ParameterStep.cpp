@@ -33,10 +33,8 @@ ParameterStep::ParameterStep(const Workbench &workbench, QObject *parent)
     buildSpecificationPage();
     buildTransformationPage();
     // The parameter names change only when the model editor re-parses.
-    if (const ModelEditorStep *editor = workbench.modelEditor) {
-        for (QTimer *timer : {editor->odeTimer(), editor->auxFunctionTimer()})
-            connect(timer, &QTimer::timeout, this, &ParameterStep::followParameterNames);
-    }
+    if (const ModelEditorStep *editor = workbench.modelEditor)
+        connect(editor, &ModelEditorStep::reparsed, this, &ParameterStep::followParameterNames);
 }
 
 void ParameterStep::buildSpecificationPage()
