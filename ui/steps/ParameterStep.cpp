@@ -20,7 +20,6 @@
 #include <QPushButton>
 #include <QSpinBox>
 #include <QTextEdit>
-#include <QTimer>
 #include <QVBoxLayout>
 
 #include <cmath>
