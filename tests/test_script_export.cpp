@@ -116,9 +116,7 @@ class ScriptExportTest : public QObject {
 private slots:
     void translation_data();
     void translation();
-    void rScriptLines();
-    void pythonScriptLines();
-    void matlabScriptLines();
+    void scriptLines();
     void singleStateBlocks();
     void pbpkCompartmentDiagram();
     void storedPointAndFallback();
@@ -164,71 +162,44 @@ void ScriptExportTest::translation()
     QCOMPARE(translateExpression(expression, ScriptLanguage::Matlab), matlab);
 }
 
-void ScriptExportTest::rScriptLines()
+// The lines a user edits or reads in each script, for a model of three
+// states; the interpreter runs below check what the scripts compute.
+void ScriptExportTest::scriptLines()
 {
     const OdeSystemText system = parsedSystem(kSmallModel);
     QCOMPARE(system.parameterNames, QStringList({"Km", "Vm", "k"}));
-    ScriptParameterSource literal;
-    literal.x = {0.5, -1.0};
-    const QString block = rParameterBlock(kSmallG, literal);
-    QVERIFY(block.endsWith("x_best=c(0.5, -1)\nx1=x_best[1]\nx2=x_best[2]\n"
-                           "Km=10^(x1)\nVm=10^(x2)\nk=5\nparameters=c(Km=Km, Vm=Vm, k=k)"));
-    const QString script = generateScripts(system, kSmallG, literal).rOde;
-    QVERIFY(script.startsWith("library('deSolve')\nsource('rscript_translationFunctions.R')\n\n" + block));
-    QVERIFY(script.contains(
-            "RHS<-function(t, state, parameters_infRate) {\nwith(as.list(c(state, "
-            "parameters_infRate)),{\ndA=-Vm*A/(Km+A)+infRate_A\ndB=Vm*A/(Km+A)-k*B+infRate_B\n"
-            "dC=k*B+infRate_C\nlist(c(dA, dB, dC))\n})\n}"));
-    QVERIFY(script.contains("infusionRate=c(infRate_A=0, \ninfRate_B=0, \ninfRate_C=0)\n"));
-    QVERIFY(script.contains("\nstate <- c(A=0,B=0,C=0)\n"));
+    ScriptParameterSource source;
+    source.x = {0.5, -1.0};
+    const ScriptTexts texts = generateScripts(system, kSmallG, source);
+    QVERIFY(texts.rOde.startsWith("library('deSolve')\nsource('rscript_translationFunctions.R')\n\n"));
+    QVERIFY(texts.rOde.contains("x_best=c(0.5, -1)\nx1=x_best[1]\nx2=x_best[2]\nKm=10^(x1)\nVm=10^(x2)\nk=5\n"
+                                "parameters=c(Km=Km, Vm=Vm, k=k)"));
+    QVERIFY(texts.rOde.contains("\ndA=-Vm*A/(Km+A)+infRate_A\ndB=Vm*A/(Km+A)-k*B+infRate_B\n"
+                                "dC=k*B+infRate_C\nlist(c(dA, dB, dC))\n"));
+    QVERIFY(texts.rOde.contains("infusionRate=c(infRate_A=0, \ninfRate_B=0, \ninfRate_C=0)\n"));
+    QVERIFY(texts.rOde.contains("\nstate <- c(A=0,B=0,C=0)\n"));
+
+    QVERIFY(texts.python.contains(
+            "def diff_op(y, t,para):\n\tA, B, C = y\n\tKm, Vm, k, infRate_A, infRate_B, "
+            "infRate_C = para\n\n\tout_0=-Vm*A/(Km+A)+infRate_A;\n"));
+    QVERIFY(texts.python.contains("\n\treturn [out_0, out_1, out_2]"));
+    QVERIFY(texts.python.endsWith("A=sol[:,0]\nB=sol[:,1]\nC=sol[:,2]\n"));
+
+    QVERIFY(texts.matlab.startsWith("function matlab_ODE()\n\n"));
+    QVERIFY(texts.matlab.contains("\nu_init =[0, 0, 0];\n"));
+    QVERIFY(texts.matlab.endsWith("function out = RHS(t, u)\nA = u(1);\nB = u(2);\nC = u(3);\n[Km, Vm, k] = "
+                                  "parameterValues();\nglobal infRate_A infRate_B infRate_C\n"
+                                  "out(1)=-Vm*A/(Km+A)+infRate_A;\nout(2)=Vm*A/(Km+A)-k*B+infRate_B;\n"
+                                  "out(3)=k*B+infRate_C;\nout=out';\n\nend"));
 
     // Solid edges first, though the dotted one lies in an earlier column; the
     // diagonal and the independent pairs give none.
-    const QString diagram = rCompartmentDiagramScript(system);
-    QVERIFY(diagram.startsWith("library(DiagrammeR)\n\n#"));
-    QVERIFY(diagram.endsWith("grViz('digraph boxes_and_circles {\n B->C\n A->B [style=dotted]\n}')"));
-
-    const QString functions = rTranslationFunctionsScript();
-    QVERIFY(functions.startsWith("EXP<- function(x_in){\n return(exp(x_in))}\n\n"));
-    QVERIFY(functions.endsWith("LN<- function(x_in){\n return(log(x_in))}\n\n"));
-    QCOMPARE(functions.count("<- function(x_in)"), 13);
-}
-
-void ScriptExportTest::pythonScriptLines()
-{
-    ScriptParameterSource stored;
-    stored.finalIteration = 99;
-    stored.x = {0.5, -1.0};
-    const QString block = pythonParameterBlock(kSmallG, stored);
-    QVERIFY(block.contains("with open(currentDir + '/compResult/X_99.csv', 'r') as f:\n"
-                           "\treader = csv.reader(f)\n\tX = list(reader)\n"));
-    QVERIFY(block.endsWith("x1 = x_best[0]\nx2 = x_best[1]\nKm=10**(x1)\nVm=10**(x2)\nk=5\n"));
-    const QString script = generateScripts(parsedSystem(kSmallModel), kSmallG, stored).python;
-    QVERIFY(script.contains(block));
-    QVERIFY(script.contains("def diff_op(y, t,para):\n\tA, B, C = y\n\tKm, Vm, k, infRate_A, infRate_B, "
-                            "infRate_C = para\n\n\tout_0=-Vm*A/(Km+A)+infRate_A;\n"));
-    QVERIFY(script.contains("\n\treturn [out_0, out_1, out_2]"));
-    QVERIFY(script.contains("\npara=[Km, Vm, k, infRate_A, infRate_B, infRate_C]\n"));
-    QVERIFY(script.endsWith("A=sol[:,0]\nB=sol[:,1]\nC=sol[:,2]\n"));
-}
-
-void ScriptExportTest::matlabScriptLines()
-{
-    ScriptParameterSource stored;
-    stored.finalIteration = 7;
-    const QString block = matlabParameterBlock(kSmallG, stored);
-    QVERIFY(block.contains("X_final = csvread([currentDir '/compResult/X_7.csv']);\n"));
-    QVERIFY(block.endsWith("Km=10^(x1);\nVm=10^(x2);\nk=5;\nglobal parameters\nparameters = [Km, Vm, k];"));
-    const QString script = generateScripts(parsedSystem(kSmallModel), kSmallG, stored).matlab;
-    QVERIFY(script.startsWith("function matlab_ODE()\n\n" + block));
-    QVERIFY(script.contains(
-            "\nglobal infRate_A infRate_B infRate_C\ninfRate_A=0;\ninfRate_B=0;\ninfRate_C=0;\n"));
-    QVERIFY(script.contains("\nu_init =[0, 0, 0];\n"));
-    QVERIFY(script.contains(matlabParameterFunction({"Km", "Vm", "k"})));
-    QVERIFY(script.endsWith("function out = RHS(t, u)\nA = u(1);\nB = u(2);\nC = u(3);\n[Km, Vm, k] = "
-                            "parameterValues();\nglobal infRate_A infRate_B infRate_C\n"
-                            "out(1)=-Vm*A/(Km+A)+infRate_A;\nout(2)=Vm*A/(Km+A)-k*B+infRate_B;\n"
-                            "out(3)=k*B+infRate_C;\nout=out';\n\nend"));
+    QVERIFY(texts.rCompartmentDiagram.startsWith("library(DiagrammeR)\n\n#"));
+    QVERIFY(texts.rCompartmentDiagram.endsWith(
+            "grViz('digraph boxes_and_circles {\n B->C\n A->B [style=dotted]\n}')"));
+    QVERIFY(texts.rTranslationFunctions.startsWith("EXP<- function(x_in){\n return(exp(x_in))}\n\n"));
+    QVERIFY(texts.rTranslationFunctions.endsWith("LN<- function(x_in){\n return(log(x_in))}\n\n"));
+    QCOMPARE(texts.rTranslationFunctions.count("<- function(x_in)"), 13);
 }
 
 void ScriptExportTest::singleStateBlocks()
