@@ -85,7 +85,6 @@ private slots:
     void exponentialDecayIsAccurateAndToleranceProportional();
     void stiffProblemSwitchesToBdfAndBack();
     void stopsAfterMxstepStepsWithTheStateReached();
-    void optionalInputsLimitTheStep();
     void stepTooSmallForTIsWarnedAtMostMxhnilTimes();
     void illegalInputIsReported_data();
     void illegalInputIsReported();
@@ -167,30 +166,6 @@ void TestLsoda::stopsAfterMxstepStepsWithTheStateReached()
     QCOMPARE(istate, -1);
     QCOMPARE(solver.steps(), 1000);
     QVERIFY(t > reached);
-}
-
-void TestLsoda::optionalInputsLimitTheStep()
-{
-    LSODA solver;
-    MessageCapture messages(solver);
-    solver.setTolerances(1, {0.0, 1e-6}, {0.0, 1e-6});
-    std::vector<double> y = {0.0, 1.0};
-    double t = 0.0;
-    int istate = 1;
-    solver.lsoda(decay, 1, y, &t, 50.0, 1, &istate, 1, 2, {0, 0, 0, 10, 0, 0, 0}, {}, nullptr); // mxstep 10
-    QCOMPARE(istate, -1);
-    QCOMPARE(solver.steps(), 10);
-    QCOMPARE(messages.text(), QString("[lsoda] 10 steps taken before reaching tout\n"));
-
-    // istate 3 continues with new options: hmax 0.01 bounds the step from the
-    // next change of h on (the current h is kept for up to nq + 1 steps).
-    istate = 3;
-    solver.lsoda(decay, 1, y, &t, 2.0, 1, &istate, 1, 2, {}, {0.0, 0.0, 0.01, 0.0}, nullptr);
-    QCOMPARE(istate, 2);
-    QCOMPARE(t, 2.0);
-    QVERIFY(solver.lastStepSize() <= 0.01 * (1.0 + 1e-12));
-    QVERIFY(solver.steps() >= 10 + 30);
-    QVERIFY(closeTo(y[1], std::exp(-1.0), 1e-5));
 }
 
 // Near t = 1e18 the steps of an oscillation of period 2 pi leave t unchanged
