@@ -68,8 +68,7 @@ private slots:
     void schedule();
     void oralAbsorptionBateman();
     void infusionWithWashout();
-    void repeatedDosesSuperpose();
-    void setValueAndSameTimeBoluses();
+    void bolusesAddAndSetValuesReplace();
     void parameterDependentDoseTime();
     void observationsAtDoseTimesSeeStateBeforeDose();
     void nanParametersCostNoIntegration();
@@ -135,32 +134,21 @@ void TestModelOde::infusionWithWashout()
     });
 }
 
-void TestModelOde::repeatedDosesSuperpose()
+// Two boluses of 30 at 0 add up, a bolus of 50 at 12 adds to what is left,
+// and at 24 the amount is set to 40.
+void TestModelOde::bolusesAddAndSetValuesReplace()
 {
     const double k = 0.1;
     const QVector<double> times{6, 12, 18, 30, 36};
-    const TestProblem p =
-            makeProblem("dAdt = -k*A",
-                        {{"0", "A", "50", "0"}, {"12", "A", "50", "0"}, {"24", "A", "50", "0"}}, times, {k});
+    const TestProblem p = makeProblem(
+            "dAdt = -k*A",
+            {{"0", "A", "30", "0"}, {"0", "A", "30", "0"}, {"12", "A", "50", "0"}, {"24", "A", "40", "-99"}},
+            times, {k});
     checkBothStages(p, {k}, 0, times, [=](double t) {
-        double sum = 0;
-        for (double dose : {0.0, 12.0, 24.0})
-            if (t > dose)
-                sum += 50 * std::exp(-k * (t - dose));
-        return sum;
+        if (t > 24)
+            return 40 * std::exp(-k * (t - 24));
+        return 60 * std::exp(-k * t) + (t > 12 ? 50 * std::exp(-k * (t - 12)) : 0.0);
     });
-}
-
-void TestModelOde::setValueAndSameTimeBoluses()
-{
-    const double k = 0.2;
-    const QVector<double> times{1, 3, 5.5, 8};
-    // Two boluses of 30 at 0 add up to 60; at 5 the amount is set to 40.
-    const TestProblem p =
-            makeProblem("dAdt = -k*A",
-                        {{"0", "A", "30", "0"}, {"0", "A", "30", "0"}, {"5", "A", "40", "-99"}}, times, {k});
-    checkBothStages(p, {k}, 0, times,
-                    [=](double t) { return t < 5 ? 60 * std::exp(-k * t) : 40 * std::exp(-k * (t - 5)); });
 }
 
 void TestModelOde::parameterDependentDoseTime()
