@@ -132,17 +132,12 @@ void TestAmbrelMethod::tiesAreAcceptedLogAndProgress()
     const QVector<QStringList> blocks = iterationBlocks(r.log);
     QCOMPARE(blocks.size(), 5);
     for (int k = 0; k < 5; ++k) {
-        const QStringList expected{QString(),
-                                   kBanner,
-                                   "         iterNumber: " + QString::number(k),
-                                   kBanner,
-                                   "===Current Cluster Stat===",
-                                   "min: 1.23457e+06",
-                                   "1/4 percentile: 1.23457e+06",
-                                   "median: 1.23457e+06",
-                                   "3/4 percentile: 1.23457e+06",
-                                   "number of improved points: 4/4"};
-        QCOMPARE(blocks[k].mid(0, 10), expected);
+        const QString v = "1.23457e+06";
+        QCOMPARE(blocks[k].mid(0, 5), (QStringList{"", kBanner, "         iterNumber: " + QString::number(k),
+                                                   kBanner, "===Current Cluster Stat==="}));
+        QCOMPARE(blocks[k].mid(5, 5),
+                 (QStringList{"min: " + v, "1/4 percentile: " + v, "median: " + v, "3/4 percentile: " + v,
+                              "number of improved points: 4/4"}));
         QVERIFY(blocks[k][10].startsWith(kTimePrefix));
         bool ok = false;
         const double minutes = blocks[k][10].mid(kTimePrefix.size()).toDouble(&ok);
@@ -179,21 +174,21 @@ void TestAmbrelMethod::everyStepIsJudgedByItsOwnSsr()
             if (!(proposed > previous || std::isnan(proposed))) {
                 ++accepted;
                 ++improved;
-                QVERIFY2(r.X[k][i] == proposals[k][i] && r.SSR[k][i] == proposed, qPrintable(where));
-                QVERIFY2(r.Y[k][i] == evaluated.outputs, qPrintable(where));
-                QVERIFY2(closeTo(r.lambda[k][i], r.lambda[k - 1][i] / 10, 1e-12), qPrintable(where));
+                QVERIFY2(r.X[k][i] == proposals[k][i] && r.SSR[k][i] == proposed &&
+                                 r.Y[k][i] == evaluated.outputs &&
+                                 closeTo(r.lambda[k][i], r.lambda[k - 1][i] / 10, 1e-12),
+                         qPrintable(where));
             } else {
                 ++rejected;
-                QVERIFY2(r.X[k][i] == r.X[k - 1][i] && r.SSR[k][i] == previous, qPrintable(where));
-                QVERIFY2(r.Y[k][i] == r.Y[k - 1][i] && r.Parameter[k][i] == r.Parameter[k - 1][i],
+                QVERIFY2(r.X[k][i] == r.X[k - 1][i] && r.SSR[k][i] == previous &&
+                                 r.Y[k][i] == r.Y[k - 1][i] && r.Parameter[k][i] == r.Parameter[k - 1][i] &&
+                                 closeTo(r.lambda[k][i], r.lambda[k - 1][i] * 10, 1e-12),
                          qPrintable(where));
-                QVERIFY2(closeTo(r.lambda[k][i], r.lambda[k - 1][i] * 10, 1e-12), qPrintable(where));
             }
         }
         QCOMPARE(blocks[k][9], QString("number of improved points: %1/%2").arg(improved).arg(n));
     }
-    QVERIFY2(accepted > 0 && rejected > 0,
-             qPrintable(QString("%1 accepted, %2 rejected").arg(accepted).arg(rejected)));
+    QVERIFY(accepted > 0 && rejected > 0);
 }
 
 // The weights of iteration k are in force from iteration k + 1 on, for the
@@ -234,9 +229,6 @@ void TestAmbrelMethod::stageSwitchKeepsClusterAndResetsLambda()
         QVERIFY2(r.SSR[3][i] > r.SSR[2][i], qPrintable(QString("point %1").arg(i)));
         QCOMPARE(r.SSR[3][i], sumOfSquaredResiduals(r.Y[3][i], engine.target));
         QCOMPARE(r.lambda[3][i], 0.5);
-        // Ten times the dose, ten times the amount (within the Stage 1 tolerance).
-        for (int j = 0; j < r.Y[3][i].size(); ++j)
-            QVERIFY(std::abs(r.Y[3][i][j] / r.Y[2][i][j] - 10.0) < 3.0);
         QVERIFY(closeTo(r.lambda[4][i], 0.05, 1e-12) || closeTo(r.lambda[4][i], 5.0, 1e-12));
     }
     QCOMPARE(iterationBlocks(r.log)[3][9], QString("number of improved points: 6/6"));
