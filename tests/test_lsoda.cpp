@@ -16,29 +16,34 @@ using namespace lsodatest;
 
 namespace {
 
-// Collects the solver's messages in memory.
-class MessageCapture {
-public:
-    explicit MessageCapture(LSODA &solver)
-        : stream_(open_memstream(&buffer_, &size_))
-    {
-        solver.setMessageStream(stream_);
-    }
-    ~MessageCapture()
-    {
-        std::fclose(stream_);
-        std::free(buffer_);
-    }
-    QString text()
-    {
-        std::fflush(stream_);
-        return QString::fromLatin1(buffer_, int(size_));
-    }
+// A solver with its messages collected in memory, and the state of one
+// problem: t, istate and the last output.
+struct Solver {
+    LSODA lsoda;
+    char *buffer = nullptr;
+    std::size_t size = 0;
+    std::FILE *stream = open_memstream(&buffer, &size);
+    double t = 0.0;
+    int istate = 1;
+    std::vector<double> yout;
 
-private:
-    char *buffer_ = nullptr;
-    std::size_t size_ = 0;
-    std::FILE *stream_;
+    Solver() { lsoda.setMessageStream(stream); }
+    ~Solver()
+    {
+        std::fclose(stream);
+        std::free(buffer);
+    }
+    // lsoda_update from t to tout with scalar tolerances.
+    void update(LSODA::RhsFunction f, const std::vector<double> &y, double tout, double tol,
+                void *data = nullptr)
+    {
+        lsoda.lsoda_update(f, y.size(), y, yout, &t, tout, &istate, data, tol, tol);
+    }
+    QString messages()
+    {
+        std::fflush(stream);
+        return QString::fromLatin1(buffer, int(size));
+    }
 };
 
 int rhsCalls = 0;
@@ -99,73 +104,59 @@ void TestLsoda::exponentialDecayIsAccurateAndToleranceProportional()
 {
     double previousError = 1.0;
     for (double tol : {1e-4, 1e-6, 1e-8, 1e-10}) {
-        LSODA solver;
-        std::vector<double> yout;
-        double t = 0.0;
-        int istate = 1;
-        solver.lsoda_update(decay, 1, {2.0}, yout, &t, 10.0, &istate, nullptr, tol, tol);
-        QCOMPARE(istate, 2);
-        QCOMPARE(t, 10.0);
+        Solver s;
+        s.update(decay, {2.0}, 10.0, tol);
+        QVERIFY(s.istate == 2 && s.t == 10.0);
+        const std::vector<double> &yout = s.yout;
         QCOMPARE(yout, (std::vector<double>{0.0, yout[1]}));
         const double error = std::fabs(yout[1] - 2.0 * std::exp(-5.0));
         QVERIFY2(error < 20.0 * tol && error < previousError,
                  qPrintable(QString("tol %1 error %2").arg(tol).arg(error)));
         previousError = error;
-        QCOMPARE(solver.lastMethod(), LSODA::Adams);
-        QVERIFY(solver.rhsEvaluations() > solver.steps() && solver.steps() > 0);
-        QCOMPARE(solver.jacobianEvaluations(), 0);
+        QCOMPARE(s.lsoda.lastMethod(), LSODA::Adams);
+        QVERIFY(s.lsoda.rhsEvaluations() > s.lsoda.steps() && s.lsoda.steps() > 0);
+        QCOMPARE(s.lsoda.jacobianEvaluations(), 0);
     }
 }
 
 void TestLsoda::stiffProblemSwitchesToBdfAndBack()
 {
-    LSODA solver;
-    MessageCapture messages(solver);
-    std::vector<double> yout;
-    double t = 0.0;
-    int istate = 1;
-    solver.lsoda_update(robertson, 3, {1.0, 0.0, 0.0}, yout, &t, 4e5, &istate, nullptr, 1e-6, 1e-8);
-    QCOMPARE(istate, 2);
-    QCOMPARE(t, 4e5);
-    QVERIFY(messages.text().contains("[lsoda] a switch to the stiff method has occurred\n"));
-    QCOMPARE(solver.lastMethod(), LSODA::Bdf);
-    QVERIFY(solver.switchTime() > 0.0 && solver.switchTime() < 4e5);
-    QVERIFY(closeTo(yout[3], 0.99506, 1e-4)); // the known late-time value
+    Solver s;
+    s.lsoda.setTolerances(1, {0.0, 1e-6, 1e-6, 1e-6}, {0.0, 1e-8, 1e-8, 1e-8});
+    std::vector<double> y = {0.0, 1.0, 0.0, 0.0};
+    s.lsoda.lsoda(robertson, 3, y, &s.t, 4e5, 1, &s.istate, 0, 2, {}, {}, nullptr);
+    QVERIFY(s.istate == 2 && s.t == 4e5);
+    QVERIFY(s.messages().contains("[lsoda] a switch to the stiff method has occurred\n"));
+    QCOMPARE(s.lsoda.lastMethod(), LSODA::Bdf);
+    QVERIFY(s.lsoda.switchTime() > 0.0 && s.lsoda.switchTime() < 4e5);
+    QVERIFY(closeTo(y[3], 0.99506, 1e-4)); // the known late-time value
 
-    LSODA vdp;
-    MessageCapture vdpMessages(vdp);
-    t = 0.0;
-    istate = 1;
-    vdp.lsoda_update(vanDerPol10, 2, {2.0, 0.0}, yout, &t, 9.0, &istate, nullptr, 1e-6, 1e-6);
-    QCOMPARE(istate, 2);
-    QVERIFY(vdpMessages.text().contains("[lsoda] a switch to the stiff method has occurred\n"));
-    QVERIFY(vdpMessages.text().contains("[lsoda] a switch to the nonstiff method has occurred\n"));
+    Solver vdp;
+    vdp.update(vanDerPol10, {2.0, 0.0}, 9.0, 1e-6);
+    QCOMPARE(vdp.istate, 2);
+    QVERIFY(vdp.messages().contains("[lsoda] a switch to the stiff method has occurred\n"));
+    QVERIFY(vdp.messages().contains("[lsoda] a switch to the nonstiff method has occurred\n"));
 }
 
 void TestLsoda::stopsAfterMxstepStepsWithTheStateReached()
 {
     double omega = 1.0;
-    LSODA solver;
-    MessageCapture messages(solver);
-    std::vector<double> yout;
-    double t = 0.0;
-    int istate = 1;
-    solver.lsoda_update(harmonic, 2, {1.0, 0.0}, yout, &t, 1000.0, &istate, &omega, 1e-10, 1e-10);
-    QCOMPARE(istate, -1);
-    QCOMPARE(messages.text(), QString("[lsoda] 500 steps taken before reaching tout\n"));
-    QCOMPARE(solver.steps(), 500);
-    QCOMPARE(t, solver.currentTime());
-    QVERIFY(t > 0.0 && t < 1000.0);
-    QVERIFY(std::fabs(yout[1] - std::cos(t)) < 1e-7 && std::fabs(yout[2] + std::sin(t)) < 1e-7);
+    Solver s;
+    s.update(harmonic, {1.0, 0.0}, 1000.0, 1e-10, &omega);
+    QCOMPARE(s.istate, -1);
+    QCOMPARE(s.messages(), QString("[lsoda] 500 steps taken before reaching tout\n"));
+    QCOMPARE(s.lsoda.steps(), 500);
+    QVERIFY(s.t == s.lsoda.currentTime() && s.t > 0.0 && s.t < 1000.0);
+    QVERIFY(std::fabs(s.yout[1] - std::cos(s.t)) < 1e-7 && std::fabs(s.yout[2] + std::sin(s.t)) < 1e-7);
 
     // The caller may continue with istate 2: another 500 steps at most.
-    const double reached = t;
-    std::vector<double> y = yout;
-    istate = 2;
-    solver.lsoda(harmonic, 2, y, &t, 1000.0, 1, &istate, 0, 2, {}, {}, &omega);
-    QCOMPARE(istate, -1);
-    QCOMPARE(solver.steps(), 1000);
-    QVERIFY(t > reached);
+    const double reached = s.t;
+    std::vector<double> y = s.yout;
+    s.istate = 2;
+    s.lsoda.lsoda(harmonic, 2, y, &s.t, 1000.0, 1, &s.istate, 0, 2, {}, {}, &omega);
+    QCOMPARE(s.istate, -1);
+    QCOMPARE(s.lsoda.steps(), 1000);
+    QVERIFY(s.t > reached);
 }
 
 // Near t = 1e18 the steps of an oscillation of period 2 pi leave t unchanged
@@ -173,15 +164,11 @@ void TestLsoda::stopsAfterMxstepStepsWithTheStateReached()
 void TestLsoda::stepTooSmallForTIsWarnedAtMostMxhnilTimes()
 {
     double omega = 1.0;
-    LSODA solver;
-    MessageCapture messages(solver);
-    std::vector<double> yout;
-    double t = 1e18;
-    int istate = 1;
-    solver.lsoda_update(harmonic, 2, {1.0, 0.0}, yout, &t, 1e18 + 1e6, &istate, &omega, 1e-6, 1e-6);
-    QCOMPARE(istate, -1);
-    QCOMPARE(t, 1e18);
-    const QString text = messages.text();
+    Solver s;
+    s.t = 1e18;
+    s.update(harmonic, {1.0, 0.0}, 1e18 + 1e6, 1e-6, &omega);
+    QVERIFY(s.istate == -1 && s.t == 1e18);
+    const QString text = s.messages();
     QCOMPARE(text.count("lsoda -- warning..internal t = 1e+18 and h_ = "), 10);
     QCOMPARE(text.count("are\nsuch that in the machine, t + h_ = t on the next step\nsolver will continue "
                         "anyway.\n"),
@@ -244,8 +231,8 @@ void TestLsoda::illegalInputIsReported()
     QFETCH(IllegalCase, input);
     QFETCH(QString, expected);
 
-    LSODA solver;
-    MessageCapture messages(solver);
+    Solver s;
+    LSODA &solver = s.lsoda;
     const std::size_t n = std::max<std::size_t>(input.neq, 1);
     std::vector<double> y(n + 1, 0.0);
     y[1] = 1.0;
@@ -269,7 +256,7 @@ void TestLsoda::illegalInputIsReported()
         y.resize(1);
     solver.lsoda(decay, input.neq, y, &t, input.tout, input.itask, &istate, input.iopt, input.jt,
                  input.iworks, input.rworks, nullptr);
-    QCOMPARE(messages.text(), expected);
+    QCOMPARE(s.messages(), expected);
     QCOMPARE(istate, -3);
     QCOMPARE(solver.illegalInputCount(), 1);
     QCOMPARE(t, tBefore);
@@ -305,60 +292,47 @@ void TestLsoda::toutEqualToTIsReportedOnStderr()
 
 void TestLsoda::repeatedIllegalInputAbortsTheRun()
 {
-    LSODA solver;
-    MessageCapture messages(solver);
-    std::vector<double> yout;
-    double t = 0.0;
+    Solver s;
     for (int call = 1; call <= 5; ++call) {
-        int istate = 1;
-        solver.lsoda_update(decay, 1, {1.0}, yout, &t, 1.0, &istate, nullptr, -1.0, 1e-6);
-        QCOMPARE(istate, -3);
-        QCOMPARE(solver.illegalInputCount(), call);
+        s.istate = 1;
+        s.update(decay, {1.0}, 1.0, -1.0);
+        QVERIFY(s.istate == -3 && s.lsoda.illegalInputCount() == call);
     }
-    int istate = 1;
-    solver.lsoda_update(decay, 1, {1.0}, yout, &t, 1.0, &istate, nullptr, -1.0, 1e-6);
-    QCOMPARE(istate, 1);
-    QVERIFY(messages.text().endsWith("[lsoda] rtol = -1 is less than 0.\n"
-                                     "[lsoda] repeated occurrence of illegal input. run aborted.. "
-                                     "apparent infinite loop.\n"));
+    s.istate = 1;
+    s.update(decay, {1.0}, 1.0, -1.0);
+    QCOMPARE(s.istate, 1);
+    QVERIFY(s.messages().endsWith("[lsoda] rtol = -1 is less than 0.\n"
+                                  "[lsoda] repeated occurrence of illegal input. run aborted.. "
+                                  "apparent infinite loop.\n"));
     // The count is of successive illegal calls: a legal call clears it.
-    solver.lsoda_update(decay, 1, {1.0}, yout, &t, 1.0, &istate, nullptr, 1e-6, 1e-6);
-    QCOMPARE(istate, 2);
-    QCOMPARE(solver.illegalInputCount(), 0);
-    istate = 1;
-    solver.lsoda_update(decay, 1, {1.0}, yout, &t, 2.0, &istate, nullptr, -1.0, 1e-6);
-    QCOMPARE(istate, -3);
+    s.update(decay, {1.0}, 1.0, 1e-6);
+    QVERIFY(s.istate == 2 && s.lsoda.illegalInputCount() == 0);
+    s.istate = 1;
+    s.update(decay, {1.0}, 2.0, -1.0);
+    QCOMPARE(s.istate, -3);
 }
 
 void TestLsoda::tooMuchAccuracyIsReported()
 {
-    LSODA solver;
-    MessageCapture messages(solver);
-    std::vector<double> yout;
-    double t = 0.0;
-    int istate = 1;
-    solver.lsoda_update(decay, 1, {1.0}, yout, &t, 1.0, &istate, nullptr, 1e-20, 1e-20);
-    QCOMPARE(istate, -3);
-    QVERIFY(messages.text().startsWith("lsoda -- at start of problem, too much accuracy\n"
-                                       "requested for precision of machine,\nsuggested scaling factor = "));
-    QVERIFY(solver.toleranceScaleFactor() > 1.0);
+    Solver s;
+    s.update(decay, {1.0}, 1.0, 1e-20);
+    QCOMPARE(s.istate, -3);
+    QVERIFY(s.messages().startsWith("lsoda -- at start of problem, too much accuracy\n"
+                                    "requested for precision of machine,\nsuggested scaling factor = "));
+    QVERIFY(s.lsoda.toleranceScaleFactor() > 1.0);
 }
 
 // jt 1 passes the input check, but only the internal dense Jacobian is
 // available: the first stiff step fails.
 void TestLsoda::userJacobianIsRefusedWhenStiff()
 {
-    LSODA solver;
-    MessageCapture messages(solver);
+    Solver s;
     std::vector<double> y = {0.0, 1.0, 0.0, 0.0};
-    solver.setTolerances(1, {0.0, 1e-6}, {0.0, 1e-6});
-    double t = 0.0;
-    int istate = 1;
-    solver.lsoda(robertson, 3, y, &t, 100.0, 1, &istate, 0, 1, {}, {}, nullptr);
-    QCOMPARE(istate, -5);
-    QVERIFY(messages.text().contains("[prja] miter != 2\n"));
-    QVERIFY(messages.text().contains("corrector convergence failed repeatedly"));
-    QVERIFY(t > 0.0 && t < 100.0);
+    s.lsoda.setTolerances(1, {0.0, 1e-6}, {0.0, 1e-6});
+    s.lsoda.lsoda(robertson, 3, y, &s.t, 100.0, 1, &s.istate, 0, 1, {}, {}, nullptr);
+    QVERIFY(s.istate == -5 && s.t > 0.0 && s.t < 100.0);
+    QVERIFY(s.messages().contains("[prja] miter != 2\n"));
+    QVERIFY(s.messages().contains("corrector convergence failed repeatedly"));
 }
 
 // y must have neq + 1 elements; anything else is a programming error.
