@@ -63,22 +63,15 @@ private slots:
     void helpers();
 };
 
+// Fewer points than parameters aborts even when every point succeeded (a
+// full cluster that may go on is the engine tests' everyday case).
 void TestInitialCluster::allSuccessfulButTooFew()
 {
-    Screening all({3, 1, 4, 2}, 2);
-    QTest::ignoreMessage(QtDebugMsg, "sortedtempSSR.size():  4");
-    const InitialClusterScreeningResult result = all.run(1);
-    QCOMPARE(result.logLines, QStringList{only(4, 4)});
-    QVERIFY(!result.abortASAP);
-    QCOMPARE(result.rounds, 0);
-    QVERIFY(all.asked.isEmpty());
-    QCOMPARE(result.accepted, QVector<bool>(4, true));
-
-    // Fewer points than parameters aborts even when every point succeeded.
     Screening tooFew({1, 2}, 3);
+    QTest::ignoreMessage(QtDebugMsg, "sortedtempSSR.size():  2");
     QTest::ignoreMessage(QtDebugMsg, "numAlive:  2");
     const InitialClusterScreeningResult refused = tooFew.run(1);
-    QVERIFY(refused.abortASAP);
+    QVERIFY(refused.abortASAP && tooFew.asked.isEmpty());
     QCOMPARE(refused.logLines,
              QStringList({only(2, 2),
                           "The number of points in initial cluster is too few, go back to Step "
