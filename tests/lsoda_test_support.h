@@ -1,5 +1,4 @@
-#ifndef AMBREL_TESTS_LSODA_TEST_SUPPORT_H
-#define AMBREL_TESTS_LSODA_TEST_SUPPORT_H
+#pragma once
 
 // Right-hand sides shared by the LSODA tests (1-based arrays).
 
@@ -44,5 +43,3 @@ inline void stiffCosine(double t, double *y, double *ydot, void *)
 }
 
 } // namespace lsodatest
-
-#endif

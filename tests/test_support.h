@@ -1,5 +1,4 @@
-#ifndef AMBREL_TESTS_TEST_SUPPORT_H
-#define AMBREL_TESTS_TEST_SUPPORT_H
+#pragma once
 
 // Fixtures shared by the test suites: comparison of doubles with NaN
 // handling, file helpers, example projects in temporary folders and small
@@ -85,5 +84,3 @@ inline QString problemsOf(const ProjectModel &model)
 {
     return problemTexts(model.problems).join("; ");
 }
-
-#endif
