@@ -1,19 +1,12 @@
-#ifndef AMBREL_TESTS_LSODA_TEST_SUPPORT_H
-#define AMBREL_TESTS_LSODA_TEST_SUPPORT_H
+#pragma once
 
-// Right-hand sides shared by the LSODA tests (1-based arrays) and the
-// relative comparison they use.
+// Right-hand sides shared by the LSODA tests (1-based arrays).
 
-#include <algorithm>
+#include "test_support.h"
+
 #include <cmath>
 
 namespace lsodatest {
-
-// |a - b| <= rel * max(|a|, |b|).
-inline bool relClose(double a, double b, double rel)
-{
-    return std::fabs(a - b) <= rel * std::max(std::fabs(a), std::fabs(b));
-}
 
 // Robertson's chemical kinetics, stiff after a short transient.
 inline void robertson(double, double *y, double *ydot, void *)
@@ -30,11 +23,16 @@ inline void dampedOscillator(double, double *y, double *ydot, void *)
     ydot[2] = -4.0 * y[1] - 0.1 * y[2];
 }
 
-// Van der Pol with mu = 100: alternates stiff and non-stiff phases.
+// Van der Pol with mu = 100 (alternately stiff and non-stiff) and mu = 10.
 inline void vanDerPol(double, double *y, double *ydot, void *)
 {
     ydot[1] = y[2];
     ydot[2] = 100.0 * (1.0 - y[1] * y[1]) * y[2] - y[1];
+}
+inline void vanDerPol10(double, double *y, double *ydot, void *)
+{
+    ydot[1] = y[2];
+    ydot[2] = 10.0 * (1.0 - y[1] * y[1]) * y[2] - y[1];
 }
 
 // A stiff component relaxing onto cos t beside a slow decay.
@@ -44,13 +42,4 @@ inline void stiffCosine(double t, double *y, double *ydot, void *)
     ydot[2] = -0.5 * y[2];
 }
 
-// Van der Pol with mu = 10.
-inline void vanDerPol10(double, double *y, double *ydot, void *)
-{
-    ydot[1] = y[2];
-    ydot[2] = 10.0 * (1.0 - y[1] * y[1]) * y[2] - y[1];
-}
-
 } // namespace lsodatest
-
-#endif

@@ -1,37 +1,32 @@
-#include <QtTest>
+// The batch tool as a user runs it: exit codes, messages and outputs.
+#include "test_support.h"
 
 #include <QProcess>
-#include <QTemporaryDir>
+#include <QtTest>
 
 #include <csignal>
 
-// The batch tool as a user runs it: exit codes, messages and outputs.
+namespace {
+
+struct Outcome {
+    int exitCode;
+    QString out;
+    QString err;
+};
+
+Outcome batch(const QStringList &arguments)
+{
+    QProcess process;
+    process.start(AMBREL_BATCH, arguments);
+    process.waitForFinished(120000);
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+} // namespace
+
 class TestBatchTool : public QObject {
     Q_OBJECT
-
-private:
-    struct Outcome {
-        int exitCode;
-        QString out;
-        QString err;
-    };
-    Outcome batch(const QStringList &arguments)
-    {
-        QProcess process;
-        process.start(AMBREL_BATCH, arguments);
-        process.waitForFinished(120000);
-        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
-    }
-    QString copyExample(const QTemporaryDir &dir, const QString &name)
-    {
-        const QString target = dir.path() + "/" + name;
-        QDir().mkpath(target + "/model");
-        const QDir source(QString(AMBREL_EXAMPLES_DIR) + "/" + name + "/model");
-        for (const QString &file : source.entryList(QDir::Files))
-            QFile::copy(source.filePath(file), target + "/model/" + file);
-        return target;
-    }
 
 private slots:
     void invalidInputExitsWithStatus2();
@@ -56,10 +51,7 @@ void TestBatchTool::invalidInputExitsWithStatus2()
     QVERIFY(o.err.contains("Unknown parameter name: kx"));
 
     // A malformed model file: the system's own message, tags removed, and no result.
-    QFile ode(project + "/model/ODE_expression.txt");
-    QVERIFY(ode.open(QIODevice::WriteOnly));
-    ode.write("dAgdt = -ka*Ag\ndAgdt = ka*Ag");
-    ode.close();
+    QVERIFY(writeFile(project + "/model/ODE_expression.txt", "dAgdt = -ka*Ag\ndAgdt = ka*Ag"));
     o = batch({"run", project});
     QCOMPARE(o.exitCode, 2);
     QVERIFY(o.err.contains("There are more than two equations with the same left hand side."));

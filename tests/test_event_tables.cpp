@@ -41,10 +41,8 @@ void EventTablesTest::numericCells_data()
     QTest::addColumn<bool>("isExpression");
     QTest::addColumn<QString>("note");
 
-    QTest::newRow("plain number") << "5" << 5.0 << false << "";
     QTest::newRow("number with signed exponent") << "1e-3" << 0.001 << false << "";
     QTest::newRow("number with blanks") << " 1 000 " << 1000.0 << false << "";
-    QTest::newRow("product") << "2*3" << 6.0 << true << "2*3=6";
     QTest::newRow("six significant digits") << "1/3" << 1.0 / 3.0 << true << "1/3=0.333333";
     QTest::newRow("parameters") << "CL*V+1" << 21.0 << true << "CL*V+1=21";
     QTest::newRow("unknown name") << "ka*2" << qQNaN() << false << "";
@@ -84,11 +82,6 @@ void EventTablesTest::doseCellErrors_data()
     QTest::newRow("time") << estimation << DoseColumn::Time << "abc" << 3
                           << "Error in Dosing Table (3th row Time):\nCould not evaluate the "
                              "expression for the dosage time.";
-    QTest::newRow("compartment") << estimation << DoseColumn::Compartment << "Gut" << 1
-                                 << "Error in Dosing Table (1th row Compartment):\n" + notFound;
-    QTest::newRow("dosage") << estimation << DoseColumn::Dosage << "ka" << 2
-                            << "Error in Dosing Table (2th row Dosage):\nCould not evaluate the "
-                               "tree.";
     QTest::newRow("duration") << estimation << DoseColumn::Duration << "" << 4
                               << "Error in Dosing Table (4th row Duration):\nCould not evaluate the "
                                  "tree.";
@@ -136,9 +129,6 @@ void EventTablesTest::observationCellErrors_data()
     QTest::newRow("time") << ObservationColumn::Time << "2*" << 7
                           << "Error in Observation Table (7th row Time):\n "
                              "Expression could not be understood.";
-    QTest::newRow("value") << ObservationColumn::Value << "abc" << 2
-                           << "Error in Observation Table (2th row Value):\n "
-                              "Expression could not be understood.";
     QTest::newRow("variable with unknown name")
             << ObservationColumn::Variable << "Periph/V" << 1
             << "Error in Observation Table (1th row Compartment):\nVariables appear "
@@ -164,41 +154,28 @@ void EventTablesTest::observationCellErrors()
     QCOMPARE(check.valid ? QString() : check.problem.text, error);
 }
 
+// A spare row is skipped; compartment names are case-sensitive; expression
+// cells give notes; problems carry their place.
 void EventTablesTest::doseTable()
 {
-    const QVector<QStringList> cells{
-            {"0", "Depot", "100", "0", "first dose"},
-            {"", "", "", "", ""}, // a spare row
-            {"12", "central", "CL*50", "-99"},
-            {"24*V", "Central", "abc", "2"},
-    };
     const DoseTableResult result =
-            readDoseTable(cells, DoseTable::Estimation, stateNames, parameterNames, parameterValues);
-
-    QCOMPARE(result.events.size(), 3);
+            readDoseTable({{"0", "Depot", "100", "0", "first dose"},
+                           {"", "", "", "", ""},
+                           {"12", "central", "CL*50", "-99"},
+                           {"24*V", "Central", "abc", "2"}},
+                          DoseTable::Estimation, stateNames, parameterNames, parameterValues);
     QCOMPARE(result.rowOfRecord, (QVector<int>{0, 2, 3}));
-
-    const DoseEvent &first = result.events[0];
-    QCOMPARE(first.compartmentIndex, 0);
-    QVERIFY(!first.timeIsExpression && !first.dosageIsExpression && !first.durationIsExpression);
-
-    const DoseEvent &second = result.events[1];
-    QVERIFY(!second.compartmentValid);
-    QCOMPARE(second.dosage, 100.0);
-    QVERIFY(second.dosageIsExpression);
+    const DoseEvent &first = result.events[0], &second = result.events[1], &third = result.events[2];
+    QVERIFY(first.compartmentIndex == 0 && !first.timeIsExpression && !first.dosageIsExpression &&
+            !first.durationIsExpression);
+    QVERIFY(!second.compartmentValid && second.dosage == 100.0 && second.dosageIsExpression);
     QCOMPARE(second.duration, DoseDuration::SetValue);
-
-    const DoseEvent &third = result.events[2];
-    QCOMPARE(third.time, 240.0);
-    QVERIFY(third.timeIsExpression);
-    QCOMPARE(third.compartmentIndex, 1);
+    QVERIFY(third.time == 240.0 && third.timeIsExpression && third.compartmentIndex == 1);
     QVERIFY(std::isnan(third.dosage));
     QCOMPARE(third.messages, QStringList{"Could not evaluate the tree."});
-
     QCOMPARE(problemTexts(result.problems),
              (QStringList{"Error in Dosing Table (3th row Compartment):\n" + notFound,
-                          "Error in Dosing Table (4th row Dosage):\nCould not "
-                          "evaluate the tree."}));
+                          "Error in Dosing Table (4th row Dosage):\nCould not evaluate the tree."}));
     QCOMPARE(result.notes, (QStringList{"CL*50=100", "24*V=240"}));
     QCOMPARE(result.invalidCells.size(), 2);
     QVERIFY(result.invalidCells[0].row == 2 && result.invalidCells[0].column == int(DoseColumn::Compartment));
@@ -207,42 +184,35 @@ void EventTablesTest::doseTable()
 
 void EventTablesTest::observationTable()
 {
-    const QVector<QStringList> cells{
-            {"2*3", "Central/V", "1.5"},
-            {"8", "Central", "x"},
-            {},
-    };
     const ObservationTableResult result =
-            readObservationTable(cells, stateNames, parameterNames, parameterValues);
+            readObservationTable({{"2*3", "Central/V", "1.5"}, {"8", "Central", "x"}, {}}, stateNames,
+                                 parameterNames, parameterValues);
     QCOMPARE(result.events.size(), 2);
-    QCOMPARE(result.events[0].time, 6.0);
-    QVERIFY(result.events[0].timeIsExpression);
-    QCOMPARE(result.events[0].observedValue, 1.5);
-    QCOMPARE(result.events[0].variableExpression.evaluate(QVector<double>{0, 1, 30, 2, 10}), 3.0);
+    const ObservationEvent &first = result.events[0];
+    QVERIFY(first.time == 6.0 && first.timeIsExpression && first.observedValue == 1.5);
+    QCOMPARE(first.variableExpression.evaluate(QVector<double>{0, 1, 30, 2, 10}), 3.0);
     QVERIFY(std::isnan(result.events[1].observedValue));
     QCOMPARE(result.notes, QStringList{"2*3=6"});
-    QCOMPARE(problemTexts(result.problems), QStringList{"Error in Observation Table (2th row Value):\n "
-                                                        "Expression could not be understood."});
+    QCOMPARE(
+            problemTexts(result.problems),
+            QStringList{"Error in Observation Table (2th row Value):\n Expression could not be understood."});
 }
 
+// Expression cells are evaluated again for each parameter vector.
 void EventTablesTest::reEvaluation()
 {
-    const QVector<QStringList> cells{{"0", "Depot", "100", "0"}, {"V", "Depot", "CL*10", "CL"}};
     QVector<DoseEvent> events =
-            readDoseTable(cells, DoseTable::Estimation, stateNames, parameterNames, parameterValues).events;
+            readDoseTable({{"0", "Depot", "100", "0"}, {"V", "Depot", "CL*10", "CL"}}, DoseTable::Estimation,
+                          stateNames, parameterNames, parameterValues)
+                    .events;
     QVERIFY(!doseEventsDependOnParameters({events[0]}));
     QVERIFY(doseEventsDependOnParameters(events));
-
     evaluateDoseEvents(events, {3.0, 4.0});
-    QCOMPARE(events[0].dosage, 100.0);
-    QCOMPARE(events[1].time, 4.0);
-    QCOMPARE(events[1].dosage, 30.0);
-    QCOMPARE(events[1].duration, 3.0);
-
+    QVERIFY(events[0].dosage == 100.0 && events[1].time == 4.0 && events[1].dosage == 30.0 &&
+            events[1].duration == 3.0);
     // A vector the expressions cannot use gives NaN, not a crash.
     evaluateDoseEvents(events, {});
-    QVERIFY(std::isnan(events[1].time));
-    QCOMPARE(events[0].time, 0.0);
+    QVERIFY(std::isnan(events[1].time) && events[0].time == 0.0);
 
     OdeSystemText ode("dDepotdt = -ka*Depot\ndCentraldt = ka*Depot - CL/V*Central", "");
     ode.parseOdeSystem();

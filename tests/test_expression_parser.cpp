@@ -1,17 +1,15 @@
 #include "expression/ExpressionParser.h"
+#include "test_support.h"
 
 #include <QtConcurrent>
 #include <QtTest>
 
-#include <cmath>
-#include <limits>
 #include <random>
 #include <stdexcept>
 
 namespace {
 
-const double NaN = std::numeric_limits<double>::quiet_NaN();
-const double Inf = std::numeric_limits<double>::infinity();
+const double NaN = kNaN, Inf = std::numeric_limits<double>::infinity();
 
 double evalText(const QString &text, const QStringList &names, const QVector<double> &values)
 {
@@ -20,44 +18,16 @@ double evalText(const QString &text, const QStringList &names, const QVector<dou
     return parser.evaluate(values);
 }
 
-// The postfix list as a compact string: numbers and names as written,
-// operators by token text.
-QString postfix(const QString &text, const QStringList &names)
-{
-    ExpressionParser parser(text);
-    parser.parse(names);
-    QStringList parts;
-    for (const ExprNode &node : parser.nodes())
-        parts << node.text;
-    return parts.join(QLatin1Char(' '));
-}
-
-bool sameDouble(double a, double b)
-{
-    return (std::isnan(a) && std::isnan(b)) || a == b;
-}
-
-ExprNode num(double v)
+ExprNode node(std::int32_t kind, double value)
 {
     ExprNode n;
-    n.kind = ExprNode::Number;
-    n.value = v;
+    n.kind = kind;
+    n.value = value;
     return n;
 }
-ExprNode var(int i)
-{
-    ExprNode n;
-    n.kind = ExprNode::Variable;
-    n.value = i;
-    return n;
-}
-ExprNode op(int code)
-{
-    ExprNode n;
-    n.kind = ExprNode::Operator;
-    n.value = code;
-    return n;
-}
+const auto num = [](double v) { return node(ExprNode::Number, v); };
+const auto var = [](int i) { return node(ExprNode::Variable, i); };
+const auto op = [](int code) { return node(ExprNode::Operator, code); };
 
 } // namespace
 
@@ -69,12 +39,9 @@ class TestExpressionParser : public QObject {
 private slots:
     void values_data();
     void values();
-    void postfixShapes_data();
-    void postfixShapes();
     void nameExtraction();
     void unknownNamesAreReported();
     void singlePrecisionPower();
-    void specialValues();
     void malformedNodeLists_data();
     void malformedNodeLists();
     void compiledProgramMatchesReduction();
@@ -87,86 +54,45 @@ void TestExpressionParser::values_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<double>("expected");
-    const double x = 0.3, y = 2.0, A = 5.0;
-    Q_UNUSED(A)
     // Variables: x = 0.3, y = 2, A = 5.
     QTest::newRow("precedence") << "1+2*3" << 7.0;
     QTest::newRow("left-assoc division") << "8/2/2" << 2.0;
-    QTest::newRow("left-assoc subtraction") << "10-4-3" << 3.0;
     QTest::newRow("power right-assoc") << "2^3^2" << 512.0;
     QTest::newRow("power above product") << "2*3^2" << 18.0;
-    QTest::newRow("leading unary minus") << "-x+1" << (0 - x + 1);
+    QTest::newRow("leading unary minus") << "-x+1" << 0.7;
     QTest::newRow("parenthesised unary minus") << "2*(-3)" << -6.0;
     QTest::newRow("minus after operator lacks operand") << "2*-3" << NaN;
-    QTest::newRow("blanks ignored") << " y *  ( x + 1 ) " << y * (x + 1);
-    QTest::newRow("tabs count as blanks") << "y\t*\tx" << y * x;
+    QTest::newRow("blanks and tabs ignored") << " y *\t( x + 1 ) " << 2.6;
     QTest::newRow("slash n removed") << "y/n*3" << 6.0;
-    QTest::newRow("exponent notation") << "1e3+2.5E2" << 1250.0;
-    QTest::newRow("leading-dot number") << ".5*y" << 1.0;
-    QTest::newRow("LN and LOG agree") << "LN(y)-LOG(y)" << 0.0;
-    QTest::newRow("LOG10") << "LOG10(1000)" << 3.0;
-    QTest::newRow("lower-case functions") << "exp(0)+sqrt(4)+abs(0-1)" << 4.0;
-    QTest::newRow("mixed-case function") << "Exp(0)" << 1.0;
+    QTest::newRow("exponent notation and leading dot") << "1e3+2.5E2+.5" << 1250.5;
+    QTest::newRow("LN and LOG agree") << "LN(y)-LOG(y)+LOG10(1000)" << 3.0;
+    QTest::newRow("any case of function names") << "exp(0)+Sqrt(4)+abs(0-1)" << 4.0;
     QTest::newRow("nested functions") << "SQRT(ABS(0-16))" << 4.0;
-    QTest::newRow("ABS negative") << "ABS(0-2.5)" << 2.5;
-    QTest::newRow("SIGN zero") << "SIGN(0)" << 0.0;
-    QTest::newRow("SIGN negative") << "SIGN(0-3)" << -1.0;
+    QTest::newRow("SIGN of negative and zero") << "SIGN(0-3)+SIGN(0)" << -1.0;
     QTest::newRow("SIGN NaN is 1") << "SIGN(0/0)" << 1.0;
     QTest::newRow("trig") << "SIN(0)+COS(0)+TAN(0)" << 1.0;
+    QTest::newRow("LOG(0)") << "LOG(0)" << -Inf;
+    QTest::newRow("SQRT of negative") << "SQRT(0-1)" << NaN;
+    QTest::newRow("division by zero") << "(0-1)/0" << -Inf;
+    QTest::newRow("infinity minus infinity") << "1/0-1/0" << NaN;
     QTest::newRow("single number") << "3" << 3.0;
-    QTest::newRow("single variable") << "y" << y;
-    QTest::newRow("group kept as identity") << "(y)" << y;
+    QTest::newRow("group kept as identity") << "(y)" << 2.0;
     QTest::newRow("ASIN leaves the name A and a dangling value") << "ASIN(x)" << NaN;
     QTest::newRow("empty text") << "" << NaN;
     QTest::newRow("unbalanced open") << "(y+1" << 3.0;
     QTest::newRow("unbalanced close") << "y+1)" << 3.0;
     QTest::newRow("two operands no operator") << "(y)(x)" << NaN;
     QTest::newRow("operator only") << "+" << NaN;
-    QTest::newRow("lone group") << "(" << NaN;
 }
 
 void TestExpressionParser::values()
 {
     QFETCH(QString, text);
     QFETCH(double, expected);
-    const QStringList names{"x", "y", "A"};
-    const QVector<double> vals{0.3, 2.0, 5.0};
     if (text.isEmpty())
         QTest::ignoreMessage(QtDebugMsg, "the parser tree does not exist");
-    const double got = evalText(text, names, vals);
-    QVERIFY2(sameDouble(got, expected) || std::abs(got - expected) <= 1e-15 * std::abs(expected),
-             qPrintable(QString("%1 gave %2").arg(text).arg(got, 0, 'g', 17)));
-}
-
-void TestExpressionParser::postfixShapes_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("shape");
-    QTest::newRow("unary minus at start") << "-x+1"
-                                          << "0 x - 1 +";
-    QTest::newRow("unary minus in group") << "(-x)"
-                                          << "0 x - (";
-    QTest::newRow("power right-assoc") << "2^3^2"
-                                       << "2 3 2 ^ ^";
-    QTest::newRow("division left-assoc") << "8/2/2"
-                                         << "8 2 / 2 /";
-    QTest::newRow("function group") << "EXP(x*2)"
-                                    << "x 2 * EXP(";
-    QTest::newRow("LN") << "LN(x)"
-                        << "x LN(";
-    QTest::newRow("LOG") << "LOG(x)"
-                         << "x LOG(";
-    QTest::newRow("lower-case alias keeps table token") << "exp(x)"
-                                                        << "x EXP(";
-    QTest::newRow("1e-3 is cut at its sign") << "1e-3"
-                                             << "";
-}
-
-void TestExpressionParser::postfixShapes()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, shape);
-    QCOMPARE(postfix(text, {"x"}), shape);
+    const double got = evalText(text, {"x", "y", "A"}, {0.3, 2.0, 5.0});
+    QVERIFY2(closeTo(got, expected, 1e-15), qPrintable(QString("%1 gave %2").arg(text).arg(got, 0, 'g', 17)));
 }
 
 void TestExpressionParser::nameExtraction()
@@ -186,56 +112,35 @@ void TestExpressionParser::nameExtraction()
 
 void TestExpressionParser::unknownNamesAreReported()
 {
-    const QString message = "Variables appear in the expression is not provided in the variable_name list.";
-    ExpressionParser slashN("a /n b");
-    slashN.parse({"a", "b"});
-    QCOMPARE(slashN.errorMessages(), QStringList{message});
-    QVERIFY(slashN.nodes().isEmpty());
+    const QStringList unknown{
+            "Variables appear in the expression is not provided in the variable_name list."};
+    const auto errors = [](const QString &text, const QStringList &names) {
+        ExpressionParser parser(text);
+        parser.parse(names);
+        return parser.errorMessages();
+    };
+    QCOMPARE(errors("a /n b", {"ab"}), QStringList());
+    QCOMPARE(errors("1e-3*k", {"k"}), unknown);
+
+    ExpressionParser parser("a /n b");
+    parser.parse({"a", "b"});
+    QCOMPARE(parser.errorMessages(), unknown);
+    QVERIFY(parser.nodes().isEmpty());
     QTest::ignoreMessage(QtDebugMsg, "the parser tree does not exist");
-    QVERIFY(std::isnan(slashN.evaluate(QVector<double>{1, 2})));
-
-    ExpressionParser joined("a /n b");
-    joined.parse({"ab"});
-    QVERIFY(joined.errorMessages().isEmpty());
-    QCOMPARE(joined.evaluate(QVector<double>{4}), 4.0);
-
-    ExpressionParser smallConstant("1e-3*k");
-    smallConstant.parse({"k"});
-    QCOMPARE(smallConstant.errorMessages(), QStringList{message});
-
-    ExpressionParser asin("ASIN(x)");
-    asin.parse({"x"});
-    QCOMPARE(asin.errorMessages(), QStringList{message});
-
+    QVERIFY(std::isnan(parser.evaluate(QVector<double>{1, 2})));
     // A re-parse starts from a clean error list.
-    asin.parse({"x", "A"});
-    QVERIFY(asin.errorMessages().isEmpty());
+    parser.parse({"ab"});
+    QVERIFY(parser.errorMessages().isEmpty());
 }
 
 void TestExpressionParser::singlePrecisionPower()
 {
-    const QVector<double> none;
-    QCOMPARE(evalText("2^0.5", {}, none), double(float(std::sqrt(2.0))));
-    QVERIFY(evalText("2^0.5", {}, none) != std::sqrt(2.0));
-    QCOMPARE(evalText("10^(0-1)", {}, none), double(0.1f));
+    QCOMPARE(evalText("2^0.5", {}, {}), double(float(std::sqrt(2.0))));
+    QCOMPARE(evalText("10^(0-1)", {}, {}), double(0.1f));
     // Operands are rounded to float before raising.
     QCOMPARE(evalText("x^1", {"x"}, {0.1}), double(0.1f));
     // Other operators stay in double precision.
     QCOMPARE(evalText("x*1", {"x"}, {0.1}), 0.1);
-}
-
-void TestExpressionParser::specialValues()
-{
-    const QVector<double> none;
-    QCOMPARE(evalText("LOG(0)", {}, none), -Inf);
-    QVERIFY(std::isnan(evalText("SQRT(0-1)", {}, none)));
-    QVERIFY(std::isnan(evalText("ASIN(2)", {"A"}, {1})));
-    QVERIFY(std::isnan(evalText("0/0", {}, none)));
-    QCOMPARE(evalText("1/0", {}, none), Inf);
-    QCOMPARE(evalText("(0-1)/0", {}, none), -Inf);
-    QVERIFY(std::isnan(evalText("1/0-1/0", {}, none)));
-    QVERIFY(std::isnan(evalText("x+1", {"x"}, {NaN})));
-    QCOMPARE(evalText("ABS(x)", {"x"}, {-Inf}), Inf);
 }
 
 void TestExpressionParser::malformedNodeLists_data()
@@ -243,11 +148,9 @@ void TestExpressionParser::malformedNodeLists_data()
     QTest::addColumn<QVector<ExprNode>>("nodes");
     QTest::addColumn<double>("expected");
     QTest::newRow("binary without operands") << QVector<ExprNode>{op(3)} << NaN;
-    QTest::newRow("binary with one operand") << QVector<ExprNode>{num(1), op(3)} << NaN;
     QTest::newRow("function as first node") << QVector<ExprNode>{op(102), num(1)} << NaN;
     QTest::newRow("leftover operand") << QVector<ExprNode>{num(1), num(2), num(3), op(3)} << NaN;
     QTest::newRow("close paren node") << QVector<ExprNode>{num(1), op(101)} << NaN;
-    QTest::newRow("unknown function code") << QVector<ExprNode>{num(1), op(150)} << NaN;
     QTest::newRow("unknown binary code") << QVector<ExprNode>{num(1), num(2), op(7)} << NaN;
     QTest::newRow("operator after value chain")
             << QVector<ExprNode>{num(2), num(3), op(1), op(102)} << std::exp(6.0);
@@ -263,7 +166,7 @@ void TestExpressionParser::malformedNodeLists()
     if (nodes.last().value == 7)
         QTest::ignoreMessage(QtDebugMsg, "Unknown operator code 7");
     parser.setNodes(nodes);
-    QVERIFY(sameDouble(parser.evaluate(QVector<double>{}), expected));
+    QVERIFY(closeTo(parser.evaluate(QVector<double>{}), expected));
 }
 
 void TestExpressionParser::compiledProgramMatchesReduction()
@@ -315,17 +218,15 @@ void TestExpressionParser::compiledProgramMatchesReduction()
         const double compiled = parser.evaluate(values);
         if (!std::isnan(reduced))
             ++wellFormed;
-        QVERIFY2(sameDouble(reduced, compiled), qPrintable(QString("trial %1").arg(trial)));
+        QVERIFY2(closeTo(reduced, compiled), qPrintable(QString("trial %1").arg(trial)));
     }
     QVERIFY(wellFormed > 2000); // the comparison covered many real values
 
     // Parsed formulas as well.
-    const QStringList names{"t", "A", "B", "k1", "k2"};
-    const QStringList texts{"-k1*A+k2*B^2", "(A-B)/(k1+k2)*EXP(0-k1*t)", "10^(0-k2)*LOG(A+1)-SIGN(B)",
-                            "A*(B*(k1*(k2*(t+1))))", "2^3^k1"};
-    for (const QString &text : texts) {
+    for (const QString text : {"-k1*A+k2*B^2", "(A-B)/(k1+k2)*EXP(0-k1*t)", "10^(0-k2)*LOG(A+1)-SIGN(B)",
+                               "A*(B*(k1*(k2*(t+1))))", "2^3^k1"}) {
         ExpressionParser parser(text);
-        parser.parse(names);
+        parser.parse({"t", "A", "B", "k1", "k2"});
         const double reduced = ExpressionParser::evaluateByReduction(parser.nodes(), values.constData(), 5);
         QCOMPARE(parser.evaluate(values), reduced);
     }
@@ -359,28 +260,18 @@ void TestExpressionParser::shortValueVectorRethrows()
 
 void TestExpressionParser::hostileTextNeverCrashes()
 {
-    const QStringList names{"x"};
-    QStringList texts{"((((",  "))))", ")(",   "*/+-^", "x^^x", "EXP(",
-                      "EXP()", "()",   "---x", "x--x",  "ç*x",  QString::fromUtf8("\xe2\x88\x9a(x)"),
-                      "x;y",   "x=y",  "\n\n"};
-    texts << QString(20000, QLatin1Char('(')) + "x" + QString(20000, QLatin1Char(')'));
-    texts << QString("x+").repeated(20000) + "x";
-    for (const QString &text : texts) {
+    for (const QString text : {"((((", "))))", ")(", "*/+-^", "x^^x", "EXP(", "EXP()", "()", "---x", "x--x",
+                               "ç*x", "\u221a(x)", "x;y", "x=y", "\n\n"}) {
         ExpressionParser parser(text);
-        parser.parse(names);
+        parser.parse({"x"});
         if (parser.nodes().isEmpty())
             QTest::ignoreMessage(QtDebugMsg, "the parser tree does not exist");
         parser.evaluate(QVector<double>{1.0});
     }
-    ExpressionParser deep(QString(20000, QLatin1Char('(')) + "x" + QString(20000, QLatin1Char(')')));
-    deep.parse(names);
-    QCOMPARE(deep.evaluate(QVector<double>{1.5}), 1.5);
-    ExpressionParser longSum(QString("x+").repeated(20000) + "x");
-    longSum.parse(names);
-    QCOMPARE(longSum.evaluate(QVector<double>{1.0}), 20001.0);
-    ExpressionParser rightNested(QString("x*(").repeated(300) + "x" + QString(300, QLatin1Char(')')));
-    rightNested.parse(names);
-    QCOMPARE(rightNested.evaluate(QVector<double>{1.0}), 1.0);
+    // Deep nesting and long chains evaluate without recursion limits.
+    QCOMPARE(evalText(QString(20000, '(') + "x" + QString(20000, ')'), {"x"}, {1.5}), 1.5);
+    QCOMPARE(evalText(QString("x+").repeated(20000) + "x", {"x"}, {1.0}), 20001.0);
+    QCOMPARE(evalText(QString("x*(").repeated(300) + "x" + QString(300, ')'), {"x"}, {1.0}), 1.0);
 }
 
 void TestExpressionParser::concurrentEvaluation()
@@ -389,15 +280,12 @@ void TestExpressionParser::concurrentEvaluation()
     parser.parse({"t", "Ag", "Ac", "CL", "V1", "ka"});
     QVector<int> inputs(2000);
     std::iota(inputs.begin(), inputs.end(), 0);
-    const ExpressionParser shared = parser;
-    auto evalOne = [&shared](int i) {
+    const std::function<double(int)> difference = [&parser](int i) {
         const double t = i * 0.01;
-        const QVector<double> v{t, 1.0 + i, 2.0, 0.5, 3.0, 1.2};
-        return shared.evaluate(v) - (1.2 * (1.0 + i) - 0.5 / 3.0 * 2.0 * std::exp(0 - t));
+        return parser.evaluate(QVector<double>{t, 1.0 + i, 2.0, 0.5, 3.0, 1.2}) -
+               (1.2 * (1.0 + i) - 0.5 / 3.0 * 2.0 * std::exp(0 - t));
     };
-    const QVector<double> diffs = QtConcurrent::blockingMapped(inputs, std::function<double(int)>(evalOne));
-    for (double d : diffs)
-        QCOMPARE(d, 0.0);
+    QCOMPARE(QtConcurrent::blockingMapped(inputs, difference), QVector<double>(2000, 0.0));
 }
 
 QTEST_GUILESS_MAIN(TestExpressionParser)
