@@ -37,7 +37,7 @@ private:
     }
     QString openExample(const QString &name)
     {
-        const QString folder = copyExample(m_dir->path(), name);
+        const QString folder = copyExample(*m_dir, name);
         m_window->openProject(folder);
         return folder;
     }

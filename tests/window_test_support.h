@@ -1,8 +1,8 @@
 #pragma once
 
+#include "test_support.h"
+
 #include <QApplication>
-#include <QDir>
-#include <QFile>
 #include <QTimer>
 #include <QWidget>
 
@@ -17,17 +17,6 @@ T *findNamed(const QObject *window, const char *name)
     if (!object)
         qFatal("no %s named %s", T::staticMetaObject.className(), name);
     return object;
-}
-
-// A copy of an example project's model folder in dir; returns its path.
-inline QString copyExample(const QString &dir, const QString &name)
-{
-    const QString target = dir + "/" + name;
-    QDir().mkpath(target + "/model");
-    const QDir source(QStringLiteral(AMBREL_EXAMPLES_DIR "/") + name + "/model");
-    for (const QString &file : source.entryList(QDir::Files))
-        QFile::copy(source.filePath(file), target + "/model/" + file);
-    return target;
 }
 
 // Answers the next modal dialog (a message box, a file dialog) from the event
