@@ -3,10 +3,13 @@
 //
 //     window_screenshots OUTDIR [PROJECT_FOLDER]
 //
-// With a project folder the model files are shown in the widgets first. Under
+// With a project folder the model files are shown in the widgets first, and
+// a stored result is shown in the result views. Under
 // X (for example Xvfb) the picture is taken from the screen, otherwise the
 // window renders itself.
+#include "project/ResultStore.h"
 #include "ui/MainWindow.h"
+#include "ui/ProjectDocument.h"
 #include "ui/tables/TableWidgetFiles.h"
 
 #include <QAction>
@@ -102,6 +105,17 @@ int main(int argc, char *argv[])
     shootTab(6, "tabWidget", 4, "page7-parameter-parameter");
     shootTab(7, "tabWidget_3", 0, "page8-simulation-parameters");
     shootTab(7, "tabWidget_3", 2, "page8-simulation-results");
+
+    // A stored result: every tab of Step6 and the convergence plot of Step5.
+    compResult result;
+    if (arguments.size() > 2 && loadResult(arguments[2], result)) {
+        window.workbench().document->setResult(result);
+        auto *resultTabs = window.findChild<QTabWidget *>("tabWidget");
+        for (int tab = 0; tab < resultTabs->count(); ++tab)
+            shootTab(6, "tabWidget", tab, QString("result-tab%1").arg(tab + 1));
+        shootTab(5, "tabWidget_2", 2, "page6-convergence");
+        resultTabs->setCurrentIndex(0);
+    }
 
     // Everything the View menu can show.
     for (const char *name :

@@ -1,0 +1,282 @@
+#include "ParameterRangeView.h"
+
+#include "ChartPanel.h"
+#include "CorrelationTable.h"
+#include "analysis/ClusterStatistics.h"
+
+#include <QChartView>
+#include <QHeaderView>
+#include <QLabel>
+#include <QPen>
+#include <QSplitter>
+#include <QTableWidget>
+#include <QVBoxLayout>
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+const double kInf = std::numeric_limits<double>::infinity();
+
+QString number(double v)
+{
+    return std::isfinite(v) ? QString::number(v, 'g', 4) : QStringLiteral("-");
+}
+
+QPen barPen(const QColor &color, qreal width, Qt::PenStyle style = Qt::SolidLine)
+{
+    QPen pen(color, width, style, Qt::FlatCap);
+    return pen;
+}
+
+QVector<double> columnOf(const DoubleMatrix &rows, const QVector<int> &points, int c)
+{
+    QVector<double> values;
+    for (int i : points)
+        values << rows.value(i).value(c, kNaN);
+    return values;
+}
+
+QVector<int> everyPoint(int n)
+{
+    QVector<int> points(n);
+    for (int i = 0; i < n; ++i)
+        points[i] = i;
+    return points;
+}
+
+// A bar from x0 to x1 at height y; none when an end is unknown.
+QVector<QPointF> segment(double x0, double x1, double y)
+{
+    if (std::isnan(x0) || std::isnan(x1))
+        return {};
+    return {{x0, y}, {x1, y}};
+}
+
+// One parameter's row of the chart, in chart positions.
+struct RangeRow {
+    double theoryLow, theoryHigh, min, max, best, ciLow, ciHigh;
+    bool domainKnown;
+};
+
+QTableWidgetItem *cell(const QString &text)
+{
+    auto *item = new QTableWidgetItem(text);
+    item->setFlags(Qt::ItemIsSelectable | Qt::ItemIsEnabled);
+    return item;
+}
+
+} // namespace
+
+double RangeScale::position(double value) const
+{
+    if (log && value <= 0)
+        return -kInf;
+    const double v = log ? std::log10(value) : value;
+    return high > low ? (v - low) / (high - low) : 0.5;
+}
+
+RangeScale rangeScaleFor(const ParameterSpecificationRow &row, bool log, const QVector<double> &values)
+{
+    RangeScale scale;
+    scale.log = log;
+    const auto axis = [log](double v) { return log ? std::log10(v) : v; };
+    if (std::isfinite(row.domainLower) && std::isfinite(row.domainUpper) &&
+        row.domainLower < row.domainUpper && (!log || row.domainLower > 0)) {
+        scale.low = axis(row.domainLower);
+        scale.high = axis(row.domainUpper);
+        return scale;
+    }
+    bool any = false;
+    for (double v : values) {
+        if (!std::isfinite(v) || (log && v <= 0))
+            continue;
+        scale.low = any ? std::min(scale.low, axis(v)) : axis(v);
+        scale.high = any ? std::max(scale.high, axis(v)) : axis(v);
+        any = true;
+    }
+    return scale;
+}
+
+ParameterRangeView::ParameterRangeView(QObject *parent)
+    : ResultView(parent)
+{
+    auto *splitter = new QSplitter(Qt::Horizontal);
+    m_widget = splitter;
+    auto *view = new QtCharts::QChartView(splitter);
+    view->setObjectName(QStringLiteral("chartView_parameterRange"));
+    view->setMinimumSize(300, 220);
+    m_chart.reset(new ChartPanel(view));
+
+    auto *side = new QWidget(splitter);
+    auto *layout = new QVBoxLayout(side);
+    layout->setContentsMargins(0, 0, 0, 0);
+    m_source = new QLabel(side);
+    m_source->setObjectName(QStringLiteral("label_jacobianSource"));
+    m_source->setWordWrap(true);
+    m_uncertainty = new QTableWidget(side);
+    m_uncertainty->setObjectName(QStringLiteral("tableWidget_parameterUncertainty"));
+    m_uncertainty->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_correlation = new QTableWidget(side);
+    m_correlation->setObjectName(QStringLiteral("tableWidget_estimateCorrelation"));
+    m_correlation->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    layout->addWidget(m_source);
+    layout->addWidget(m_uncertainty, 3);
+    layout->addWidget(new QLabel(tr("Correlation of the estimates (asymptotic):"), side));
+    layout->addWidget(m_correlation, 2);
+    splitter->addWidget(view);
+    splitter->addWidget(side);
+    splitter->setSizes({650, 600});
+}
+
+ParameterRangeView::~ParameterRangeView() = default;
+
+void ParameterRangeView::redraw(const ResultViewState &state)
+{
+    m_table = PlotTable();
+    const QVector<int> shown = state.hasIteration() ? state.shownPoints() : QVector<int>();
+    if (shown.isEmpty() || state.frame->parameterCount() == 0) {
+        m_chart->showMessage(shown.isEmpty() ? nothingToShowText(state)
+                                             : tr("Nothing to show: the result holds no parameters."));
+        m_uncertainty->setRowCount(0);
+        m_correlation->setRowCount(0);
+        m_source->clear();
+        return;
+    }
+    drawRanges(state, shown);
+    fillUncertainty(state, shown);
+    fillTable(state, shown);
+}
+
+void ParameterRangeView::drawRanges(const ResultViewState &state, const QVector<int> &shown)
+{
+    const ResultFrame &frame = *state.frame;
+    const int parameters = frame.parameterCount();
+    const QVector<int> all = everyPoint(state.parameters().size());
+    const QVector<ColumnSummary> summaries =
+            summariseColumns(state.parameters(), shown, shown.first(), parameters);
+    const QVector<double> &se = state.uncertainty.parameterStandardErrors;
+    QVector<RangeRow> rows;
+    double low = -0.1, high = 1.1;
+    for (int a = 0; a < parameters; ++a) {
+        const ParameterSpecificationRow spec = frame.parameterRows[a];
+        const ColumnSummary &s = summaries[a];
+        const bool log = frame.logScale[a] && s.minimum > 0;
+        const RangeScale scale = rangeScaleFor(spec, log, columnOf(state.parameters(), all, a));
+        const double halfWidth = normalQuantile975 * se.value(a, kNaN);
+        RangeRow row{std::isnan(spec.theoreticalLower) ? -kInf : scale.position(spec.theoreticalLower),
+                     std::isnan(spec.theoreticalUpper) ? kInf : scale.position(spec.theoreticalUpper),
+                     scale.position(s.minimum),
+                     scale.position(s.maximum),
+                     scale.position(s.best),
+                     scale.position(s.best - halfWidth),
+                     scale.position(s.best + halfWidth),
+                     std::isfinite(spec.domainLower) && spec.domainLower < spec.domainUpper};
+        for (double v : {row.min, row.max, row.ciLow, row.ciHigh})
+            if (std::isfinite(v)) {
+                low = std::min(low, std::max(v, -3.0));
+                high = std::max(high, std::min(v, 4.0));
+            }
+        rows << row;
+    }
+    const double pad = 0.03 * (high - low);
+    low -= pad;
+    high += pad;
+
+    ChartPanel &panel = *m_chart;
+    panel.begin();
+    QStringList labels;
+    QVector<double> positions;
+    QVector<QPointF> best;
+    for (int a = 0; a < parameters; ++a) {
+        const RangeRow &r = rows[a];
+        const double y = parameters - a;
+        const QString key = QString::number(a);
+        const bool first = a == 0;
+        const auto clip = [low, high](double v) { return std::isnan(v) ? v : std::clamp(v, low, high); };
+        panel.line("theory" + key, segment(clip(r.theoryLow), clip(r.theoryHigh), y),
+                   barPen(QColor(120, 120, 120), 1.5, Qt::DashLine),
+                   first ? tr("theoretical bounds") : QString());
+        panel.line("domain" + key, r.domainKnown ? segment(0, 1, y) : QVector<QPointF>(),
+                   barPen(QColor(173, 216, 230), 14), first ? tr("domain of interest") : QString());
+        panel.line("selected" + key, segment(clip(r.min), clip(r.max), y), barPen(QColor(31, 119, 180), 6),
+                   first ? tr("selected points") : QString());
+        panel.line("interval" + key, segment(clip(r.ciLow), clip(r.ciHigh), y - 0.22),
+                   barPen(QColor(242, 142, 43), 3), first ? tr("95 % interval (asymptotic)") : QString());
+        if (std::isfinite(r.best))
+            best << QPointF(clip(r.best), y);
+        panel.label("label" + key, {0.5, y + 0.36},
+                    QString("%1 = %2   [%3, %4]")
+                            .arg(frame.parameterNames[a], number(summaries[a].best),
+                                 number(summaries[a].minimum), number(summaries[a].maximum)),
+                    QColor(40, 40, 40));
+        labels << frame.parameterNames[a];
+        positions << y;
+    }
+    panel.scatter("best", best, QColor(Qt::red), 10, tr("best"), true);
+    panel.setCategoryY(labels, positions);
+    panel.setTitle(tr("Ranges over %1 selected points").arg(shown.size()));
+    PlotRange range;
+    range.xMin = low;
+    range.xMax = high;
+    range.yMin = 0.4;
+    range.yMax = parameters + 0.75;
+    panel.finish(range, tr("position in the domain of interest (0 to 1)"), QString());
+}
+
+void ParameterRangeView::fillUncertainty(const ResultViewState &state, const QVector<int> &shown)
+{
+    const ResultFrame &frame = *state.frame;
+    const AsymptoticUncertainty &u = state.uncertainty;
+    m_source->setText(state.jacobianSource);
+    const QVector<ColumnSummary> summaries =
+            summariseColumns(state.parameters(), shown, shown.first(), frame.parameterCount());
+    m_uncertainty->setColumnCount(7);
+    m_uncertainty->setHorizontalHeaderLabels({tr("best"), tr("selected min"), tr("selected max"),
+                                              tr("std. error"), tr("RSE (%)"), tr("95 % CI lower"),
+                                              tr("95 % CI upper")});
+    m_uncertainty->setRowCount(frame.parameterCount());
+    m_uncertainty->setVerticalHeaderLabels(frame.parameterNames);
+    for (int a = 0; a < frame.parameterCount(); ++a) {
+        const ColumnSummary &s = summaries[a];
+        const double se = u.parameterStandardErrors.value(a, kNaN);
+        const double cells[] = {s.best,
+                                s.minimum,
+                                s.maximum,
+                                se,
+                                100 * se / std::abs(s.best),
+                                s.best - normalQuantile975 * se,
+                                s.best + normalQuantile975 * se};
+        for (int c = 0; c < 7; ++c)
+            m_uncertainty->setItem(a, c, cell(number(cells[c])));
+    }
+    m_uncertainty->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+    if (u.status == AsymptoticUncertainty::Status::Ok)
+        showCorrelationMatrix(m_correlation, u.parameterCorrelation, frame.parameterNames);
+    else
+        m_correlation->setRowCount(0);
+}
+
+void ParameterRangeView::fillTable(const ResultViewState &state, const QVector<int> &shown)
+{
+    const ResultFrame &frame = *state.frame;
+    const QVector<ColumnSummary> summaries =
+            summariseColumns(state.parameters(), shown, shown.first(), frame.parameterCount());
+    m_table.columnNames =
+            QStringList{"best",         "selected min",      "selected max",      "domain lower",
+                        "domain upper", "theoretical lower", "theoretical upper", "standard error"};
+    m_table.columns = DoubleMatrix(m_table.columnNames.size());
+    for (int a = 0; a < frame.parameterCount(); ++a) {
+        const ParameterSpecificationRow &row = frame.parameterRows[a];
+        const double values[] = {
+                summaries[a].best,    summaries[a].minimum,
+                summaries[a].maximum, row.domainLower,
+                row.domainUpper,      row.theoreticalLower,
+                row.theoreticalUpper, state.uncertainty.parameterStandardErrors.value(a, kNaN)};
+        for (int c = 0; c < m_table.columns.size(); ++c)
+            m_table.columns[c] << values[c];
+    }
+    m_table.rowLabels = frame.parameterNames;
+}
