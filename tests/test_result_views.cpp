@@ -234,11 +234,22 @@ void ResultViewsTest::observationSimulationSeries()
     QCOMPARE(best, expectedSelection(25).best);
 
     const QVector<QPointF> observed = view->timeCourse()->points("observed0");
-    const QVector<QPointF> fitted = view->timeCourse()->points("best0");
+    const QVector<QPointF> predicted = view->observedPredicted()->points("best0");
     QCOMPARE(observed.size(), model.observations.size());
     for (int j = 0; j < observed.size(); ++j) {
         QCOMPARE(observed[j], QPointF(model.observations[j].time, model.observedValues[j]));
-        QCOMPARE(fitted[j], QPointF(model.observations[j].time, m_record.Y.last()[best][j]));
+        QCOMPARE(predicted[j], QPointF(model.observedValues[j], m_record.Y.last()[best][j]));
+    }
+    // The best point as a smooth curve from time 0, through its outputs.
+    const QVector<QPointF> curve = view->timeCourse()->points("curve0");
+    QVERIFY(curve.size() >= ObservationSimulationView::curvePoints);
+    QCOMPARE(curve.first().x(), 0.0);
+    QVERIFY(!view->timeCourse()->isShown("best0"));
+    for (int j = 0; j < observed.size(); ++j) {
+        const auto at = std::find_if(curve.begin(), curve.end(),
+                                     [&](const QPointF &p) { return p.x() == model.observations[j].time; });
+        QVERIFY(at != curve.end());
+        QVERIFY(std::abs(at->y() - m_record.Y.last()[best][j]) < 1e-3 * std::abs(at->y()));
     }
     for (int s = 1; s < 10; ++s)
         QVERIFY(view->timeCourse()->isShown(QString("line0_%1").arg(s)));

@@ -10,6 +10,7 @@
 #include "project/ResultStore.h"
 #include "ui/MainWindow.h"
 #include "ui/ProjectDocument.h"
+#include "ui/steps/ResultsStep.h"
 #include "ui/tables/TableWidgetFiles.h"
 
 #include <QAction>
@@ -18,6 +19,7 @@
 #include <QFile>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPushButton>
 #include <QScreen>
 #include <QTabWidget>
 #include <QTableWidget>
@@ -110,9 +112,16 @@ int main(int argc, char *argv[])
     compResult result;
     if (arguments.size() > 2 && loadResult(arguments[2], result)) {
         window.workbench().document->setResult(result);
+        // The standard errors of Parameter Range need the Jacobian.
+        if (auto *jacobian = window.findChild<QPushButton *>("pushButton_computeJacobian"))
+            jacobian->click();
         auto *resultTabs = window.findChild<QTabWidget *>("tabWidget");
-        for (int tab = 0; tab < resultTabs->count(); ++tab)
+        for (int tab = 0; tab < resultTabs->count(); ++tab) {
             shootTab(6, "tabWidget", tab, QString("result-tab%1").arg(tab + 1));
+            // The tab as its "save plot as PDF" file.
+            window.workbench().results->writeCurrentPlotPdf(
+                    QString("%1/result-tab%2.pdf").arg(out).arg(tab + 1));
+        }
         shootTab(5, "tabWidget_2", 2, "page6-convergence");
         resultTabs->setCurrentIndex(0);
     }

@@ -164,19 +164,6 @@ QAreaSeries *ChartPanel::band(const QString &key, const QVector<QPointF> &lower,
     return area;
 }
 
-void ChartPanel::label(const QString &key, const QPointF &at, const QString &text, const QColor &color)
-{
-    auto *s = series<QScatterSeries>(key);
-    s->setMarkerSize(1);
-    s->setColor(Qt::transparent);
-    s->setBorderColor(Qt::transparent);
-    s->setPointLabelsFormat(text);
-    s->setPointLabelsColor(color);
-    s->setPointLabelsClipping(false);
-    s->setPointLabelsVisible(true);
-    s->replace(QVector<QPointF>{at});
-}
-
 void ChartPanel::useAxes(const PlotRange &wanted)
 {
     // A log axis that could label fewer than two powers of ten shows no
@@ -281,7 +268,7 @@ QVector<QPointF> ChartPanel::points(const QString &key) const
 bool ChartPanel::isShown(const QString &key) const
 {
     QAbstractSeries *s = m_series.value(key);
-    return s && s->isVisible();
+    return s && s->isVisible() && hasPoints(s);
 }
 
 QColor paletteColor(int index)

@@ -47,8 +47,6 @@ public:
     QtCharts::QAreaSeries *band(const QString &key, const QVector<QPointF> &lower,
                                 const QVector<QPointF> &upper, const QColor &color,
                                 const QString &legend = QString());
-    // A text at a point, drawn as the label of an invisible point.
-    void label(const QString &key, const QPointF &at, const QString &text, const QColor &color);
     void finish(const PlotRange &range, const QString &xTitle, const QString &yTitle);
     // An empty chart whose title says why.
     void showMessage(const QString &text);
@@ -65,6 +63,7 @@ public:
     // Points visible on the chart, by series key (empty for a hidden or
     // unknown one): what a test or an export reads back.
     QVector<QPointF> points(const QString &key) const;
+    // Whether the series is drawn and holds points.
     bool isShown(const QString &key) const;
 
 private:

@@ -2,6 +2,8 @@
 
 #include "ChartPanel.h"
 #include "analysis/ClusterStatistics.h"
+#include "ode/Simulation.h"
+#include "project/ProjectModel.h"
 
 #include <QChartView>
 #include <QCheckBox>
@@ -10,6 +12,7 @@
 #include <QSplitter>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -78,6 +81,44 @@ ObservationSimulationView::ObservationSimulationView(QObject *parent)
 
 ObservationSimulationView::~ObservationSimulationView() = default;
 
+void ObservationSimulationView::forgetCurves()
+{
+    m_curves.clear();
+}
+
+QVector<QPointF> ObservationSimulationView::bestCurve(const ResultViewState &state, int best,
+                                                      const QString &variable)
+{
+    if (!state.model)
+        return {};
+    const QVector<double> parameters = state.parameters().value(best);
+    if (parameters != m_curveParameters) {
+        m_curves.clear();
+        m_curveParameters = parameters;
+    }
+    const auto found = m_curves.constFind(variable);
+    if (found != m_curves.constEnd())
+        return found.value();
+
+    // From 0 (or the first observation) to the last observation, with the
+    // observation times themselves among the points.
+    const QVector<double> &observed = state.frame->observationTimes;
+    const double first = std::min(0.0, *std::min_element(observed.begin(), observed.end()));
+    const double last = *std::max_element(observed.begin(), observed.end());
+    QVector<double> times = observed;
+    for (int i = 0; i < curvePoints; ++i)
+        times << first + (last - first) * i / (curvePoints - 1);
+    std::sort(times.begin(), times.end());
+    times.erase(std::unique(times.begin(), times.end()), times.end());
+    const SimulationResult simulated = simulate(state.model->system, state.model->doseEvents, times,
+                                                parameters, variable, false, nullptr);
+    QVector<QPointF> points;
+    for (int i = 0; i < simulated.values.size(); ++i)
+        points << QPointF(times[i], simulated.values[i]);
+    m_curves.insert(variable, points);
+    return points;
+}
+
 void ObservationSimulationView::redraw(const ResultViewState &state)
 {
     m_table = PlotTable();
@@ -126,13 +167,20 @@ void ObservationSimulationView::drawTimeCourse(const ResultViewState &state, con
                 all << line;
             }
         }
+        // The best point as a smooth curve when the model can be simulated,
+        // otherwise through its values at the observation times.
+        const QVector<QPointF> smooth = plottable(bestCurve(state, shown.first(), variables[v]), false, logY);
         const QVector<QPointF> best = plottable(curve(frame, Y.value(shown.first()), columns), false, logY);
-        panel.line("best" + key, best, pen(color.darker(120), 2.5), tr("best fit: %1").arg(variables[v]));
+        panel.line("curve" + key, smooth, pen(color.darker(120), 2.5), tr("best fit: %1").arg(variables[v]));
+        panel.line("best" + key, smooth.isEmpty() ? best : QVector<QPointF>(), pen(color.darker(120), 2.5),
+                   tr("best fit: %1").arg(variables[v]));
+        all << smooth;
         const QVector<QPointF> observed = plottable(curve(frame, frame.observedValues, columns), false, logY);
-        panel.scatter("observed" + key, observed, color, 9, tr("observed: %1").arg(variables[v]), true);
+        panel.scatter("observed" + key, observed, color.lighter(160), 9, tr("observed: %1").arg(variables[v]),
+                      true);
         all << best << observed;
     }
-    panel.setTitle(tr("Fit at the observation times (%1 selected points)").arg(shown.size()));
+    panel.setTitle(tr("Model and observations (%1 selected points)").arg(shown.size()));
     panel.finish(rangeOf(all, false, logY), tr("Time"),
                  variables.size() == 1 ? variables.first() : tr("Observation variables"));
 }
@@ -150,7 +198,7 @@ void ObservationSimulationView::drawObservedPredicted(const ResultViewState &sta
             others << QPointF(frame.observedValues[j], Y.value(shown[s]).value(j, kNaN));
     others = thinned(others, log, log);
     panel.scatter("others", others, QColor(160, 160, 160, 120), 5,
-                  others.isEmpty() ? QString() : tr("other selected points"));
+                  others.isEmpty() ? QString() : tr("others"));
 
     QVector<QPointF> all = others;
     const QStringList variables = frame.distinctVariables();
@@ -160,7 +208,7 @@ void ObservationSimulationView::drawObservedPredicted(const ResultViewState &sta
             best << QPointF(frame.observedValues[j], Y.value(shown.first()).value(j, kNaN));
         best = plottable(best, log, log);
         panel.scatter("best" + QString::number(v), best, paletteColor(v), 9,
-                      tr("best fit: %1").arg(variables[v]));
+                      tr("best: %1").arg(variables[v]));
         all << best;
     }
     PlotRange range = rangeOf(all, log, log);
@@ -169,7 +217,11 @@ void ObservationSimulationView::drawObservedPredicted(const ResultViewState &sta
     range.xMax = range.yMax = std::max(range.xMax, range.yMax);
     QPen identity(Qt::black);
     identity.setStyle(Qt::DashLine);
-    panel.line("identity", {{range.xMin, range.xMin}, {range.xMax, range.xMax}}, identity, tr("identity"));
+    // Beyond the axes both ways: the plot area clips it at the rounded ends.
+    const double reach = range.xMax - range.xMin;
+    const double low = range.logX ? range.xMin / 1e3 : range.xMin - reach;
+    const double high = range.logX ? range.xMax * 1e3 : range.xMax + reach;
+    panel.line("identity", {{low, low}, {high, high}}, identity, tr("identity"));
     panel.setTitle(tr("Observed against predicted"));
     panel.finish(range, tr("Observed"), tr("Predicted"));
 }
@@ -198,7 +250,8 @@ void ObservationSimulationView::drawResiduals(const ResultViewState &state, int 
     range.yMax = extent;
     QPen zero(Qt::black);
     zero.setStyle(Qt::DashLine);
-    panel.line("zero", {{range.xMin, 0}, {range.xMax, 0}}, zero);
+    const double reach = range.xMax - range.xMin;
+    panel.line("zero", {{range.xMin - reach, 0}, {range.xMax + reach, 0}}, zero);
     panel.setTitle(tr("Residuals of the best point"));
     panel.finish(range, tr("Time"), tr("observed - predicted"));
 }

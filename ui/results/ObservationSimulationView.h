@@ -2,6 +2,8 @@
 
 #include "ResultView.h"
 
+#include <QHash>
+
 #include <memory>
 
 class ChartPanel;
@@ -29,6 +31,11 @@ public:
     ChartPanel *residuals() const { return m_residuals.get(); }
     QCheckBox *logScaleBox() const { return m_logY; }
 
+    // Points of the smooth curve of the best point; the curves are simulated
+    // again after this (the model changed).
+    static constexpr int curvePoints = 200;
+    void forgetCurves();
+
 signals:
     // The user changed how the view looks.
     void optionsChanged();
@@ -41,10 +48,14 @@ private:
     void drawObservedPredicted(const ResultViewState &state, const QVector<int> &shown);
     void drawResiduals(const ResultViewState &state, int best);
     void fillTable(const ResultViewState &state, const QVector<int> &shown);
+    QVector<QPointF> bestCurve(const ResultViewState &state, int best, const QString &variable);
 
     QWidget *m_widget = nullptr;
     QCheckBox *m_logY = nullptr;
     std::unique_ptr<ChartPanel> m_timeCourse;
     std::unique_ptr<ChartPanel> m_observedPredicted;
     std::unique_ptr<ChartPanel> m_residuals;
+    // The simulated curves of one best point, by variable.
+    QVector<double> m_curveParameters;
+    QHash<QString, QVector<QPointF>> m_curves;
 };

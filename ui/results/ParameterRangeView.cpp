@@ -22,7 +22,7 @@ const double kInf = std::numeric_limits<double>::infinity();
 
 QString number(double v)
 {
-    return std::isfinite(v) ? QString::number(v, 'g', 4) : QStringLiteral("-");
+    return std::isfinite(v) ? QString::number(v, 'g', 6) : QStringLiteral("-");
 }
 
 QPen barPen(const QColor &color, qreal width, Qt::PenStyle style = Qt::SolidLine)
@@ -150,17 +150,22 @@ void ParameterRangeView::redraw(const ResultViewState &state)
     fillTable(state, shown);
 }
 
-void ParameterRangeView::drawRanges(const ResultViewState &state, const QVector<int> &shown)
+// The chart positions of every parameter's row, and the span of the x axis
+// that holds the selected ranges and intervals.
+struct RangeLayout {
+    QVector<RangeRow> rows;
+    QVector<RangeScale> scales;
+    double low = -0.1;
+    double high = 1.1;
+};
+
+static RangeLayout layoutRanges(const ResultViewState &state, const QVector<ColumnSummary> &summaries)
 {
     const ResultFrame &frame = *state.frame;
-    const int parameters = frame.parameterCount();
     const QVector<int> all = everyPoint(state.parameters().size());
-    const QVector<ColumnSummary> summaries =
-            summariseColumns(state.parameters(), shown, shown.first(), parameters);
     const QVector<double> &se = state.uncertainty.parameterStandardErrors;
-    QVector<RangeRow> rows;
-    double low = -0.1, high = 1.1;
-    for (int a = 0; a < parameters; ++a) {
+    RangeLayout layout;
+    for (int a = 0; a < frame.parameterCount(); ++a) {
         const ParameterSpecificationRow spec = frame.parameterRows[a];
         const ColumnSummary &s = summaries[a];
         const bool log = frame.logScale[a] && s.minimum > 0;
@@ -176,14 +181,27 @@ void ParameterRangeView::drawRanges(const ResultViewState &state, const QVector<
                      std::isfinite(spec.domainLower) && spec.domainLower < spec.domainUpper};
         for (double v : {row.min, row.max, row.ciLow, row.ciHigh})
             if (std::isfinite(v)) {
-                low = std::min(low, std::max(v, -3.0));
-                high = std::max(high, std::min(v, 4.0));
+                layout.low = std::min(layout.low, std::max(v, -3.0));
+                layout.high = std::max(layout.high, std::min(v, 4.0));
             }
-        rows << row;
+        layout.rows << row;
+        layout.scales << scale;
     }
-    const double pad = 0.03 * (high - low);
-    low -= pad;
-    high += pad;
+    const double pad = 0.03 * (layout.high - layout.low);
+    layout.low -= pad;
+    layout.high += pad;
+    return layout;
+}
+
+void ParameterRangeView::drawRanges(const ResultViewState &state, const QVector<int> &shown)
+{
+    const ResultFrame &frame = *state.frame;
+    const int parameters = frame.parameterCount();
+    const QVector<ColumnSummary> summaries =
+            summariseColumns(state.parameters(), shown, shown.first(), parameters);
+    const RangeLayout layout = layoutRanges(state, summaries);
+    const double low = layout.low, high = layout.high;
+    const auto clip = [low, high](double v) { return std::isnan(v) ? v : std::clamp(v, low, high); };
 
     ChartPanel &panel = *m_chart;
     panel.begin();
@@ -191,27 +209,21 @@ void ParameterRangeView::drawRanges(const ResultViewState &state, const QVector<
     QVector<double> positions;
     QVector<QPointF> best;
     for (int a = 0; a < parameters; ++a) {
-        const RangeRow &r = rows[a];
+        const RangeRow &r = layout.rows[a];
         const double y = parameters - a;
         const QString key = QString::number(a);
         const bool first = a == 0;
-        const auto clip = [low, high](double v) { return std::isnan(v) ? v : std::clamp(v, low, high); };
         panel.line("theory" + key, segment(clip(r.theoryLow), clip(r.theoryHigh), y),
-                   barPen(QColor(120, 120, 120), 1.5, Qt::DashLine),
-                   first ? tr("theoretical bounds") : QString());
+                   barPen(QColor(120, 120, 120), 1.5, Qt::DashLine), first ? tr("bounds") : QString());
         panel.line("domain" + key, r.domainKnown ? segment(0, 1, y) : QVector<QPointF>(),
-                   barPen(QColor(173, 216, 230), 14), first ? tr("domain of interest") : QString());
+                   barPen(QColor(173, 216, 230), 14), first ? tr("domain") : QString());
         panel.line("selected" + key, segment(clip(r.min), clip(r.max), y), barPen(QColor(31, 119, 180), 6),
-                   first ? tr("selected points") : QString());
-        panel.line("interval" + key, segment(clip(r.ciLow), clip(r.ciHigh), y - 0.22),
-                   barPen(QColor(242, 142, 43), 3), first ? tr("95 % interval (asymptotic)") : QString());
+                   first ? tr("selected") : QString());
+        panel.line("interval" + key, segment(clip(r.ciLow), clip(r.ciHigh), y + 0.17),
+                   barPen(QColor(50, 50, 50), 3), first ? tr("95 % CI") : QString());
+        drawGroupRanges(state, shown, a, layout.scales[a], y, low, high);
         if (std::isfinite(r.best))
             best << QPointF(clip(r.best), y);
-        panel.label("label" + key, {0.5, y + 0.36},
-                    QString("%1 = %2   [%3, %4]")
-                            .arg(frame.parameterNames[a], number(summaries[a].best),
-                                 number(summaries[a].minimum), number(summaries[a].maximum)),
-                    QColor(40, 40, 40));
         labels << frame.parameterNames[a];
         positions << y;
     }
@@ -226,6 +238,35 @@ void ParameterRangeView::drawRanges(const ResultViewState &state, const QVector<
     panel.finish(range, tr("position in the domain of interest (0 to 1)"), QString());
 }
 
+void ParameterRangeView::drawGroupRanges(const ResultViewState &state, const QVector<int> &shown,
+                                         int parameter, const RangeScale &scale, double y, double low,
+                                         double high)
+{
+    // Each group's range as a thin bar under the parameter's, in the colour
+    // the groups have in the other views: separate minimisers show apart.
+    const int groups = std::min(state.grouping.groupCount, maxGroupBars);
+    QVector<double> minimum(groups, kInf), maximum(groups, -kInf);
+    for (int s = 0; s < shown.size(); ++s) {
+        const int g = state.groupAt(s);
+        const double v = state.parameters().value(shown[s]).value(parameter, kNaN);
+        if (g < 0 || g >= groups || !std::isfinite(v))
+            continue;
+        minimum[g] = std::min(minimum[g], v);
+        maximum[g] = std::max(maximum[g], v);
+    }
+    const double step = 0.32 / std::max(1, groups);
+    for (int g = 0; g < maxGroupBars; ++g) {
+        QVector<QPointF> bar;
+        if (g < groups && minimum[g] <= maximum[g])
+            bar = segment(std::clamp(scale.position(minimum[g]), low, high),
+                          std::clamp(scale.position(maximum[g]), low, high), y - 0.14 - g * step);
+        // A single value still shows as a short bar.
+        if (bar.size() == 2 && bar[1].x() - bar[0].x() < 0.004 * (high - low))
+            bar[1].rx() = bar[0].x() + 0.004 * (high - low);
+        m_chart->line(QString("group%1_%2").arg(parameter).arg(g), bar, barPen(paletteColor(g), 2.5));
+    }
+}
+
 void ParameterRangeView::fillUncertainty(const ResultViewState &state, const QVector<int> &shown)
 {
     const ResultFrame &frame = *state.frame;
@@ -234,9 +275,17 @@ void ParameterRangeView::fillUncertainty(const ResultViewState &state, const QVe
     const QVector<ColumnSummary> summaries =
             summariseColumns(state.parameters(), shown, shown.first(), frame.parameterCount());
     m_uncertainty->setColumnCount(7);
-    m_uncertainty->setHorizontalHeaderLabels({tr("best"), tr("selected min"), tr("selected max"),
-                                              tr("std. error"), tr("RSE (%)"), tr("95 % CI lower"),
-                                              tr("95 % CI upper")});
+    m_uncertainty->setHorizontalHeaderLabels(
+            {tr("best"), tr("min"), tr("max"), tr("SE"), tr("RSE %"), tr("CI low"), tr("CI high")});
+    const QStringList tips{tr("The best point's value"),
+                           tr("Smallest value over the selected points"),
+                           tr("Largest value over the selected points"),
+                           tr("Asymptotic standard error at the best point"),
+                           tr("Relative standard error: 100 SE / |best|"),
+                           tr("Lower end of the asymptotic 95 % interval: best - 1.96 SE"),
+                           tr("Upper end of the asymptotic 95 % interval: best + 1.96 SE")};
+    for (int c = 0; c < tips.size(); ++c)
+        m_uncertainty->horizontalHeaderItem(c)->setToolTip(tips[c]);
     m_uncertainty->setRowCount(frame.parameterCount());
     m_uncertainty->setVerticalHeaderLabels(frame.parameterNames);
     for (int a = 0; a < frame.parameterCount(); ++a) {
@@ -252,7 +301,7 @@ void ParameterRangeView::fillUncertainty(const ResultViewState &state, const QVe
         for (int c = 0; c < 7; ++c)
             m_uncertainty->setItem(a, c, cell(number(cells[c])));
     }
-    m_uncertainty->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+    m_uncertainty->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     if (u.status == AsymptoticUncertainty::Status::Ok)
         showCorrelationMatrix(m_correlation, u.parameterCorrelation, frame.parameterNames);
     else

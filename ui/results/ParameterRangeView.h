@@ -8,15 +8,31 @@ class ChartPanel;
 class QLabel;
 class QTableWidget;
 
+// Where a value lies on a parameter's row of the range chart: 0 at the lower
+// and 1 at the upper end of the span (log10 on a log scale).
+struct RangeScale {
+    bool log = false;
+    double low = 0;
+    double high = 1;
+    double position(double value) const;
+};
+// The domain of interest when it is known and not a single value; otherwise
+// the span of the values.
+RangeScale rangeScaleFor(const ParameterSpecificationRow &row, bool log, const QVector<double> &values);
+
 // "Parameter Range": each parameter's range over the selected points drawn
 // against its domain of interest and theoretical bounds, on a common scale
 // where the domain of interest runs from 0 to 1 (logarithmic for the
-// parameters shown on log axes); beside it the asymptotic standard errors,
+// parameters shown on log axes), with the range of each group in its colour
+// under it; beside it the asymptotic standard errors,
 // 95 % intervals and correlations of the estimates at the best point, when a
 // Jacobian is known.
 class ParameterRangeView : public ResultView {
     Q_OBJECT
 public:
+    // Groups drawn with a range bar of their own.
+    static constexpr int maxGroupBars = 10;
+
     explicit ParameterRangeView(QObject *parent = nullptr);
     ~ParameterRangeView() override;
 
@@ -33,6 +49,8 @@ protected:
 
 private:
     void drawRanges(const ResultViewState &state, const QVector<int> &shown);
+    void drawGroupRanges(const ResultViewState &state, const QVector<int> &shown, int parameter,
+                         const RangeScale &scale, double y, double low, double high);
     void fillUncertainty(const ResultViewState &state, const QVector<int> &shown);
     void fillTable(const ResultViewState &state, const QVector<int> &shown);
 
@@ -42,18 +60,6 @@ private:
     QTableWidget *m_uncertainty = nullptr;
     QTableWidget *m_correlation = nullptr;
 };
-
-// Where a value lies on a parameter's row of the range chart: 0 at the lower
-// and 1 at the upper end of the span (log10 on a log scale).
-struct RangeScale {
-    bool log = false;
-    double low = 0;
-    double high = 1;
-    double position(double value) const;
-};
-// The domain of interest when it is known and not a single value; otherwise
-// the span of the values.
-RangeScale rangeScaleFor(const ParameterSpecificationRow &row, bool log, const QVector<double> &values);
 
 // The normal 97.5 % quantile: a 95 % interval is the estimate +- this many
 // standard errors.

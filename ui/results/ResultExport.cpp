@@ -4,6 +4,7 @@
 
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QImage>
 #include <QPainter>
 #include <QPdfWriter>
 #include <QWidget>
@@ -36,12 +37,19 @@ bool writeWidgetPdf(const QString &path, QWidget *content, const QString &title)
     const int titleHeight = painter.fontMetrics().height() * 2;
     painter.drawText(QRect(0, 0, page.width(), titleHeight), Qt::AlignLeft | Qt::AlignVCenter, title);
 
+    // The widget is drawn into an image at three times its size first: the
+    // chart legends lose their entries when drawn onto the PDF directly.
     const QSize size = content->size().isEmpty() ? content->sizeHint() : content->size();
+    QImage image(size * 3, QImage::Format_ARGB32_Premultiplied);
+    image.setDevicePixelRatio(3);
+    image.fill(Qt::white);
+    {
+        QPainter imagePainter(&image);
+        content->render(&imagePainter, QPoint(), QRegion(), QWidget::DrawChildren);
+    }
     const double scale = std::min(double(page.width()) / size.width(),
                                   double(page.height() - titleHeight) / size.height());
-    painter.translate(0, titleHeight);
-    painter.scale(scale, scale);
-    content->render(&painter, QPoint(), QRegion(), QWidget::DrawChildren);
+    painter.drawImage(QRectF(0, titleHeight, size.width() * scale, size.height() * scale), image);
     return painter.end();
 }
 

@@ -7,6 +7,8 @@
 #include "project/compResult.h"
 
 #include <QObject>
+
+struct ProjectModel;
 #include <QString>
 #include <QStringList>
 
@@ -18,6 +20,9 @@ class QWidget;
 struct ResultViewState {
     const compResult *result = nullptr;
     const ResultFrame *frame = nullptr;
+    // The model of the window when it is usable and fits the record; null
+    // otherwise.
+    const ProjectModel *model = nullptr;
     int iteration = -1; // -1: the record has no iteration to show
     int percentile = 100;
     PointSelection selection;

@@ -8,6 +8,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPen>
+#include <QPushButton>
 #include <QVBoxLayout>
 
 #include <limits>
@@ -38,8 +39,14 @@ VariableVariabilityView::VariableVariabilityView(QObject *parent)
     m_caption->setWordWrap(true);
     m_logY = new QCheckBox(tr("y-axis log-scale"), m_widget);
     m_logY->setObjectName(QStringLiteral("checkBox_variabilityLogY"));
+    // Not redrawn by the refresh after each iteration: the button brings it
+    // up to date.
+    auto *update = new QPushButton(tr("update plot"), m_widget);
+    update->setObjectName(QStringLiteral("pushButton_updateVariabilities"));
     top->addWidget(m_caption, 1);
     top->addWidget(m_logY);
+    top->addWidget(update);
+    connect(update, &QPushButton::clicked, this, &VariableVariabilityView::optionsChanged);
     layout->addLayout(top);
     m_grid = new ChartGrid(QStringLiteral("chartView_variableVariabilities"), 4, m_widget);
     layout->addWidget(m_grid, 1);

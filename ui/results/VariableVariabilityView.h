@@ -23,6 +23,7 @@ public:
     QLabel *caption() const { return m_caption; }
 
 signals:
+    // The log scale or the update button: the view wants a redraw.
     void optionsChanged();
 
 protected:

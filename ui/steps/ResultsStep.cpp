@@ -183,7 +183,10 @@ void ResultsStep::connectWorkbench()
     const Workbench &w = workbench();
     connect(w.document, &ProjectDocument::resultChanged, this,
             [this] { setResult(workbench().document->result()); });
-    connect(w.document, &ProjectDocument::changed, this, [this] { m_frameStale = true; });
+    connect(w.document, &ProjectDocument::changed, this, [this] {
+        m_frameStale = true;
+        static_cast<ObservationSimulationView *>(m_views[0])->forgetCurves();
+    });
     if (QPushButton *button = w.simulation->computeJacobianButton())
         connect(button, &QPushButton::clicked, this, &ResultsStep::computeJacobian);
     if (auto *runTabs = w.run->page()->findChild<QTabWidget *>(QStringLiteral("tabWidget_2")))
@@ -319,6 +322,10 @@ ResultViewState ResultsStep::viewState(int iteration, const PointSelection &sele
     state.frame = &frame();
     state.iteration = iteration;
     state.percentile = m_percentile->value();
+    const ProjectModel *model = workbench().document ? &workbench().document->model() : nullptr;
+    if (model && model->isValid() && state.frame->modelFits &&
+        state.frame->parameterNames == model->system.parameterNames)
+        state.model = model;
     state.selection = selection;
     return state;
 }
