@@ -15,7 +15,10 @@ bool canPlot(const QPointF &p, bool logX, bool logY)
 // The axis span [low, high] widened by the margin.
 void widen(double &low, double &high, bool log, double margin)
 {
-    const bool nonNegative = low >= 0;
+    // Values that are not negative beyond an integrator's error (-1e-7 for
+    // an amount that is gone) keep the axis at 0.
+    const double dataLow = low;
+    const bool nonNegative = low >= -1e-6 * std::max(std::abs(low), std::abs(high));
     if (log) {
         if (low == high) {
             low /= 2;
@@ -32,14 +35,14 @@ void widen(double &low, double &high, bool log, double margin)
         low -= pad;
         high += pad;
         if (nonNegative)
-            low = std::max(low, 0.0);
+            low = std::max(low, std::min(0.0, dataLow));
         return;
     }
     const double pad = (high - low) * margin;
     low -= pad;
     high += pad;
     if (nonNegative)
-        low = std::max(low, 0.0);
+        low = std::max(low, std::min(0.0, dataLow));
 }
 
 double axisPosition(double v, bool log)
@@ -99,8 +102,9 @@ NiceAxis niceAxis(double low, double high, int maxIntervals)
             break;
         }
     NiceAxis axis;
-    axis.low = std::floor(low / step + 1e-9) * step;
-    axis.high = std::ceil(high / step - 1e-9) * step;
+    // Ends within a millionth of a step of a tick (rounding) stay on it.
+    axis.low = std::floor(low / step + 1e-6) * step;
+    axis.high = std::ceil(high / step - 1e-6) * step;
     axis.ticks = int(std::lround((axis.high - axis.low) / step)) + 1;
     return axis;
 }

@@ -177,8 +177,8 @@ void refreshTab(benchmark::State &state, bool painted, bool newRecord)
             static_cast<VariableVariabilityView *>(results->view(QStringLiteral("Variable Variabilities")));
     int percentile = 90;
     for (auto _ : state) {
-        if (tab == 5) // drawn outside the refresh: by its own settings
-            variabilities->logScaleBox()->toggle();
+        if (tab == 5) // drawn outside the refresh: by its update button
+            emit variabilities->optionsChanged();
         else if (newRecord)
             window().workbench().document->setResult(record(points));
         else

@@ -243,6 +243,7 @@ void ResultAnalysisTest::thinning()
     const PlotRange range = rangeOf(points, false, false);
     QVERIFY(range.xMin == 0 && range.xMax > 99);
     QVERIFY(rangeOf({{-1, 1}, {99, 2}}, false, false).xMin < -1);
+    QCOMPARE(niceAxis(rangeOf({{-1e-12, 1}, {99, 2}}, false, false).xMin, 99).low, 0.0);
     const QVector<QPointF> thinned = thinToCells(points, range, 20, 10);
     QVERIFY(thinned.size() <= 200 && thinned.size() >= 150);
     QCOMPARE(thinned.first(), points.first());

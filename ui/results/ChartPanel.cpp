@@ -257,6 +257,17 @@ void ChartPanel::setCategoryY(const QStringList &labels, const QVector<double> &
     m_categoryPositions = positions;
 }
 
+QVector<QPointF> ChartPanel::thinned(const QVector<QPointF> &points, const PlotRange &range,
+                                     int cellPixels) const
+{
+    if (points.size() <= thinningThreshold)
+        return plottable(points, range.logX, range.logY);
+    QSizeF area = chart()->plotArea().size();
+    if (area.width() < 50 || area.height() < 50) // not laid out yet
+        area = QSizeF(std::max(240, m_view->width()) * 0.8, std::max(200, m_view->height()) * 0.7);
+    return thinToCells(points, range, int(area.width()) / cellPixels, int(area.height()) / cellPixels);
+}
+
 QVector<QPointF> ChartPanel::points(const QString &key) const
 {
     auto *s = qobject_cast<QXYSeries *>(m_series.value(key));

@@ -60,6 +60,14 @@ public:
     // Replaces the y axis by a category axis (labels at the given values).
     void setCategoryY(const QStringList &labels, const QVector<double> &positions);
 
+    // The points of a scatter as this chart draws them: all of them when
+    // there are few, otherwise at most one per cell of cellPixels square of
+    // the plot area (the first of each cell), so a huge cloud costs no more
+    // to paint than the screen can show.
+    static constexpr int thinningThreshold = 1000;
+    QVector<QPointF> thinned(const QVector<QPointF> &points, const PlotRange &range,
+                             int cellPixels = 4) const;
+
     // Points visible on the chart, by series key (empty for a hidden or
     // unknown one): what a test or an export reads back.
     QVector<QPointF> points(const QString &key) const;

@@ -21,8 +21,6 @@ using QtCharts::QChartView;
 namespace {
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
-// Point clouds larger than this are thinned to one point per screen cell.
-const int thinningThreshold = 2000;
 
 ChartPanel *makePanel(const char *name, QWidget *parent)
 {
@@ -46,13 +44,6 @@ QPen pen(const QColor &color, qreal width)
     QPen p(color);
     p.setWidthF(width);
     return p;
-}
-
-QVector<QPointF> thinned(const QVector<QPointF> &points, bool logX, bool logY)
-{
-    if (points.size() <= thinningThreshold)
-        return plottable(points, logX, logY);
-    return thinToCells(points, rangeOf(points, logX, logY), 400, 300);
 }
 
 } // namespace
@@ -105,6 +96,8 @@ QVector<QPointF> ObservationSimulationView::bestCurve(const ResultViewState &sta
     const QVector<double> &observed = state.frame->observationTimes;
     const double first = std::min(0.0, *std::min_element(observed.begin(), observed.end()));
     const double last = *std::max_element(observed.begin(), observed.end());
+    if (!std::isfinite(first) || !std::isfinite(last) || last <= first)
+        return {};
     QVector<double> times = observed;
     for (int i = 0; i < curvePoints; ++i)
         times << first + (last - first) * i / (curvePoints - 1);
@@ -196,7 +189,7 @@ void ObservationSimulationView::drawObservedPredicted(const ResultViewState &sta
     for (int s = 1; s < shown.size(); ++s)
         for (int j = 0; j < frame.observationCount(); ++j)
             others << QPointF(frame.observedValues[j], Y.value(shown[s]).value(j, kNaN));
-    others = thinned(others, log, log);
+    others = panel.thinned(others, rangeOf(others, log, log));
     panel.scatter("others", others, QColor(160, 160, 160, 120), 5,
                   others.isEmpty() ? QString() : tr("others"));
 

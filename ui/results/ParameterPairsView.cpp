@@ -19,7 +19,6 @@
 namespace {
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
-const int thinningThreshold = 2000;
 
 // The value of choice c (a search variable's parameter, or past the last
 // one the SSR) at point i.
@@ -153,9 +152,7 @@ void ParameterPairsView::drawPairs(const ResultViewState &state, const QVector<i
     panel.begin();
     for (int g = 0; g < byGroup.size(); ++g) {
         const QVector<QPointF> &points = byGroup[g];
-        const QVector<QPointF> drawn = points.size() > thinningThreshold
-                                               ? thinToCells(points, range, 400, 300)
-                                               : plottable(points, logX, logY);
+        const QVector<QPointF> drawn = panel.thinned(points, range);
         const QString legend = points.isEmpty() ? QString()
                                : g == 0         ? tr("no group: %1").arg(points.size())
                                                 : tr("group %1: %2").arg(g).arg(points.size());

@@ -15,7 +15,6 @@
 namespace {
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
-const int thinningThreshold = 2000;
 
 QString number(double v)
 {
@@ -94,24 +93,20 @@ void ParameterView::drawStrip(const ResultViewState &state, const QVector<int> &
         all << point;
     }
     const bool log = frame.logScale.value(parameter) && allPositive(all);
-    const PlotRange range = rangeOf(all, false, log);
+    PlotRange range = rangeOf(all, false, log);
+    range.xMin = -1;
+    range.xMax = 1;
     ChartPanel &panel = *m_grid->panel(parameter);
     panel.begin();
-    for (int g = 0; g < byGroup.size(); ++g) {
-        QVector<QPointF> points = byGroup[g];
-        points = points.size() > thinningThreshold ? thinToCells(points, range, 80, 250)
-                                                   : plottable(points, false, log);
-        panel.scatter("group" + QString::number(g), points, g == 0 ? QColor(Qt::gray) : paletteColor(g - 1),
-                      7);
-    }
+    for (int g = 0; g < byGroup.size(); ++g)
+        // Dots of a strip need no finer place than their own size.
+        panel.scatter("group" + QString::number(g), panel.thinned(byGroup[g], range, 7),
+                      g == 0 ? QColor(Qt::gray) : paletteColor(g - 1), 7);
     panel.scatter("best", plottable({all.first()}, false, log), QColor(Qt::red), 12, tr("best"), true);
     const bool fixed = isFixedParameter(frame.parameterRows.value(parameter, {kNaN, kNaN, kNaN, kNaN}));
     panel.setTitle(frame.parameterNames[parameter] + (fixed ? tr(" (fixed)") : QString()));
     panel.setXLabelsVisible(false);
-    PlotRange shownRange = range;
-    shownRange.xMin = -1;
-    shownRange.xMax = 1;
-    panel.finish(shownRange, QString(), QString());
+    panel.finish(range, QString(), QString());
 }
 
 void ParameterView::fillSummary(const ResultViewState &state, const QVector<int> &shown)

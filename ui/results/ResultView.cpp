@@ -53,14 +53,12 @@ QVector<int> ResultViewState::shownPoints() const
 
 QString nothingToShowText(const ResultViewState &state)
 {
+    // Chart titles do not wrap: short texts.
     if (!state.hasIteration())
-        return tr("Nothing to show: no computation result yet (run the Ambrel method or open a project "
-                  "with a result).");
+        return tr("Nothing to show: no result yet (run the method or open a project).");
     if (state.selection.points.isEmpty())
         return tr("Nothing to show: iteration %1 has no points.").arg(state.iteration);
-    return tr("Nothing to show: no selected point of iteration %1 has a finite SSR (every model "
-              "evaluation failed).")
-            .arg(state.iteration);
+    return tr("Nothing to show: every model evaluation of iteration %1 failed.").arg(state.iteration);
 }
 
 QString selectionCaption(const ResultViewState &state)

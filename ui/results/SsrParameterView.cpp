@@ -12,14 +12,6 @@
 namespace {
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
-const int thinningThreshold = 2000;
-
-QVector<QPointF> thinned(const QVector<QPointF> &points, const PlotRange &range)
-{
-    if (points.size() <= thinningThreshold)
-        return plottable(points, range.logX, range.logY);
-    return thinToCells(points, range, 250, 200);
-}
 
 } // namespace
 
@@ -95,8 +87,8 @@ void SsrParameterView::drawPanel(const ResultViewState &state, int panelIndex, i
 
     ChartPanel &panel = *m_grid->panel(panelIndex);
     panel.begin();
-    panel.scatter("others", thinned(others, range), QColor(190, 190, 190), 5, tr("other points"));
-    panel.scatter("selected", thinned(chosen, range), QColor(31, 119, 180), 6, tr("selected points"));
+    panel.scatter("others", panel.thinned(others, range), QColor(190, 190, 190), 5, tr("other points"));
+    panel.scatter("selected", panel.thinned(chosen, range), QColor(31, 119, 180), 6, tr("selected points"));
     QPen pen(QColor(214, 39, 40));
     pen.setWidthF(2);
     panel.line("envelope", envelope, pen, tr("lower envelope"));
