@@ -166,19 +166,19 @@ static RangeLayout layoutRanges(const ResultViewState &state, const QVector<Colu
     const QVector<double> &se = state.uncertainty.parameterStandardErrors;
     RangeLayout layout;
     for (int a = 0; a < frame.parameterCount(); ++a) {
-        const ParameterSpecificationRow spec = frame.parameterRows[a];
+        const ParameterSpecificationRow bounds = frame.parameterRows[a];
         const ColumnSummary &s = summaries[a];
         const bool log = frame.logScale[a] && s.minimum > 0;
-        const RangeScale scale = rangeScaleFor(spec, log, columnOf(state.parameters(), all, a));
+        const RangeScale scale = rangeScaleFor(bounds, log, columnOf(state.parameters(), all, a));
         const double halfWidth = normalQuantile975 * se.value(a, kNaN);
-        RangeRow row{std::isnan(spec.theoreticalLower) ? -kInf : scale.position(spec.theoreticalLower),
-                     std::isnan(spec.theoreticalUpper) ? kInf : scale.position(spec.theoreticalUpper),
+        RangeRow row{std::isnan(bounds.theoreticalLower) ? -kInf : scale.position(bounds.theoreticalLower),
+                     std::isnan(bounds.theoreticalUpper) ? kInf : scale.position(bounds.theoreticalUpper),
                      scale.position(s.minimum),
                      scale.position(s.maximum),
                      scale.position(s.best),
                      scale.position(s.best - halfWidth),
                      scale.position(s.best + halfWidth),
-                     std::isfinite(spec.domainLower) && spec.domainLower < spec.domainUpper};
+                     std::isfinite(bounds.domainLower) && bounds.domainLower < bounds.domainUpper};
         for (double v : {row.min, row.max, row.ciLow, row.ciHigh})
             if (std::isfinite(v)) {
                 layout.low = std::min(layout.low, std::max(v, -3.0));
