@@ -78,6 +78,7 @@ void MainWindow::createSteps()
     m_workbench.document->watchInputs();
     m_runFlow = new RunFlow(m_workbench, this);
     m_workbench.run->setRunControl(m_runFlow);
+    m_workbench.results->connectWorkbench();
 }
 
 void MainWindow::closeEvent(QCloseEvent *event)

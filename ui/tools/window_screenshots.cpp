@@ -8,12 +8,15 @@
 // X (for example Xvfb) the picture is taken from the screen, otherwise the
 // window renders itself.
 #include "ui/MainWindow.h"
+#include "ui/ProjectDocument.h"
+#include "ui/steps/ResultsStep.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QDir>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPushButton>
 #include <QScreen>
 #include <QTabWidget>
 #include <QThread>
@@ -77,6 +80,21 @@ int main(int argc, char *argv[])
     shootTab(6, "tabWidget", 4, "page7-parameter-parameter");
     shootTab(7, "tabWidget_3", 0, "page8-simulation-parameters");
     shootTab(7, "tabWidget_3", 2, "page8-simulation-results");
+
+    // A result (stored or just computed): every tab of Step6, each also as
+    // its "save plot as PDF" file, and the convergence plot of Step5.
+    if (window.workbench().document->hasResult()) {
+        // The standard errors of Parameter Range need the Jacobian.
+        window.findChild<QPushButton *>("pushButton_computeJacobian")->click();
+        auto *resultTabs = window.findChild<QTabWidget *>("tabWidget");
+        for (int tab = 0; tab < resultTabs->count(); ++tab) {
+            shootTab(6, "tabWidget", tab, QString("result-tab%1").arg(tab + 1));
+            window.workbench().results->writeCurrentPlotPdf(
+                    QString("%1/result-tab%2.pdf").arg(out).arg(tab + 1));
+        }
+        shootTab(5, "tabWidget_2", 2, "page6-convergence");
+        resultTabs->setCurrentIndex(0);
+    }
 
     // Everything the View menu can show.
     for (const char *name :

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "model/Matrices.h"
+#include "model/ParameterSpecification.h"
+
+#include <QStringList>
+#include <QVector>
+
+struct ProjectModel;
+
+// Asymptotic (linearised least-squares) uncertainty of the estimate at one
+// point: with J the Jacobian of the weighted residuals in the search
+// coordinates x (m outputs by p search variables) and s^2 = SSR / (m - p),
+// the covariance of x is s^2 (J^T J)^-1; it reaches the parameters through
+// the Jacobian G of g (parameters by search variables) as G Cov G^T.
+struct AsymptoticUncertainty {
+    enum class Status { Ok, NoJacobian, Unusable, TooFewObservations, Singular };
+    Status status = Status::NoJacobian;
+    int degreesOfFreedom = 0;
+    double residualVariance = 0;
+    DoubleMatrix searchCovariance;           // p x p
+    QVector<double> parameterStandardErrors; // one per parameter
+    DoubleMatrix parameterCorrelation;       // NaN where a standard error is 0
+};
+
+AsymptoticUncertainty asymptoticUncertainty(const DoubleMatrix &jacobian, double ssr,
+                                            const DoubleMatrix &transformationJacobian);
+
+// G: the derivatives of the parameters (g of x) with respect to each search
+// variable at x, by central differences.
+DoubleMatrix transformationJacobian(const ParsedEquations &g, const QStringList &parameterNames,
+                                    const QVector<double> &x);
+
+// The Jacobian of the model outputs at x by central differences, each output
+// from the Stage 2 (LSODA) model with unit weights, evaluated in parallel;
+// outputs and ssr are those of x itself. ok is false when the model is not
+// usable or an evaluation failed.
+struct ModelJacobian {
+    DoubleMatrix jacobian; // outputs by search variables
+    QVector<double> outputs;
+    double ssr = 0;
+    bool ok = false;
+};
+ModelJacobian modelJacobian(const ProjectModel &model, const QVector<double> &x);
