@@ -3,16 +3,24 @@
 //
 //     window_screenshots OUTDIR [PROJECT_FOLDER]
 //
-// With a project folder the model files are shown in the widgets first. Under
+// With a project folder the model files are shown in the widgets first, and
+// the simulation page is also shown with five parameter sets simulated. Under
 // X (for example Xvfb) the picture is taken from the screen, otherwise the
 // window renders itself.
 #include "ui/MainWindow.h"
+#include "ui/steps/SimulationStep.h"
 #include "ui/tables/TableWidgetFiles.h"
+#include "ui/widgets/QTableWidgetWithCopyPaste.h"
+
+#include "project/ProjectModel.h"
 
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QDir>
+#include <QEventLoop>
 #include <QFile>
+#include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
@@ -52,9 +60,41 @@ void showModel(MainWindow &window, const QString &folder)
     readTable(model + "observations.txt", window.findChild<QTableWidget *>("tableWidget_observations"));
 }
 
+// Five parameter sets spread over the domains of interest, simulated for the
+// first observation variable over the observation period.
+void simulateFiveSets(MainWindow &window, const QString &folder)
+{
+    const ProjectModel model = loadProjectModel(folder);
+    SimulationStep *step = window.workbench().simulation;
+    DoubleMatrix sets;
+    for (int k = 0; k < 5; ++k) {
+        QVector<double> set;
+        for (const ParameterSpecificationRow &row : model.parameterRows)
+            set << row.domainLower + (row.domainUpper - row.domainLower) * (k + 1) / 6;
+        sets << set;
+    }
+    matrixToTable(step->parameterTable(), sets);
+    setHorizontalHeaders(step->parameterTable(), model.system.parameterNames);
+    auto *observations = window.findChild<QTableWidget *>("tableWidget_observations");
+    step->variableEdit()->setText(observations->item(0, 1)->text());
+    double last = 0;
+    for (const ObservationEvent &event : model.observations)
+        last = qMax(last, event.time);
+    step->timePointsEdit()->setText(QString("0:%1:%2").arg(last / 400).arg(last));
+    step->timePointsEdited();
+    QEventLoop loop;
+    QObject::connect(step, &SimulationStep::simulationFinished, &loop, &QEventLoop::quit);
+    step->computeSimulation();
+    if (step->isComputing())
+        loop.exec();
+}
+
 void settle()
 {
     for (int i = 0; i < 10; ++i) {
+        // There is no event loop running: objects deleted later (the chart's
+        // replaced axes) would stay on the picture.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QApplication::processEvents();
         QThread::msleep(20);
     }
@@ -102,6 +142,13 @@ int main(int argc, char *argv[])
     shootTab(6, "tabWidget", 4, "page7-parameter-parameter");
     shootTab(7, "tabWidget_3", 0, "page8-simulation-parameters");
     shootTab(7, "tabWidget_3", 2, "page8-simulation-results");
+    if (arguments.size() > 2) {
+        simulateFiveSets(window, arguments[2]);
+        shootTab(7, "tabWidget_3", 2, "page8-simulation-linear");
+        window.workbench().simulation->logScaleBox()->setChecked(true);
+        shootTab(7, "tabWidget_3", 2, "page8-simulation-log");
+        shootTab(7, "tabWidget_3", 0, "page8-simulation-parameters-filled");
+    }
 
     // Everything the View menu can show.
     for (const char *name :

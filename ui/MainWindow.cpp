@@ -75,6 +75,7 @@ void MainWindow::createSteps()
     m_workbench.project = new ProjectFolder(m_workbench, this);
     m_workbench.document = new ProjectDocument(m_workbench, this);
     m_workbench.document->watchInputs();
+    m_workbench.simulation->watchDocument();
 }
 
 QWidget *MainWindow::buildCentralWidget()
