@@ -104,7 +104,7 @@ static void BM_SimulationTab_Solve(benchmark::State &state)
         benchmark::DoNotOptimize(simulateAll(job));
     counters(state);
 }
-BENCHMARK(BM_SimulationTab_Solve)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_SimulationTab_Solve)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2);
 
 static void BM_SimulationTab_Plot(benchmark::State &state)
 {
