@@ -8,32 +8,59 @@
 #include <cmath>
 #include <limits>
 
-QVector<double> parseSimulationTimePoints(const QString &text)
+namespace {
+
+bool finiteNumber(const QString &text, double &value)
+{
+    bool ok = false;
+    value = text.toDouble(&ok);
+    return ok && std::isfinite(value);
+}
+
+QVector<double> rangeTimePoints(const QStringList &range, bool &tooMany)
+{
+    double start, step, end;
+    if (!finiteNumber(range[0], start) || !finiteNumber(range[1], step) || !finiteNumber(range[2], end) ||
+        step == 0)
+        return {};
+    const double count = std::ceil((end - start) / step);
+    if (!(count >= 0)) // the step leads away from the end
+        return {};
+    if (count >= maxSimulationTimePoints) {
+        tooMany = true;
+        return {};
+    }
+    QVector<double> times;
+    times.reserve(int(count) + 1);
+    for (int i = 0; i <= int(count); ++i)
+        times << start + i * step;
+    return times;
+}
+
+QVector<double> listedTimePoints(const QString &text)
 {
     QVector<double> times;
-    const QStringList range = text.split(QLatin1Char(':'), Qt::SkipEmptyParts);
-    if (range.size() == 3) {
-        bool ok[3];
-        const double start = range[0].toDouble(&ok[0]);
-        const double step = range[1].toDouble(&ok[1]);
-        const double end = range[2].toDouble(&ok[2]);
-        if (ok[0] && ok[1] && ok[2] && step != 0) {
-            const double count = std::ceil((end - start) / step);
-            for (int i = 0; i <= count && i <= 10000000; ++i)
-                times << start + i * step;
-        }
-    } else {
-        QSet<QString> seen;
-        for (const QString &part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-            if (seen.contains(part))
-                continue;
-            seen.insert(part);
-            bool ok = false;
-            const double value = part.toDouble(&ok);
-            if (ok)
-                times << value;
-        }
+    QSet<QString> seen;
+    for (const QString &part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        if (seen.contains(part))
+            continue;
+        seen.insert(part);
+        double value;
+        if (finiteNumber(part, value))
+            times << value;
     }
+    return times;
+}
+
+} // namespace
+
+QVector<double> parseSimulationTimePoints(const QString &text, bool *tooMany)
+{
+    bool refused = false;
+    const QStringList range = text.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    QVector<double> times = range.size() == 3 ? rangeTimePoints(range, refused) : listedTimePoints(text);
+    if (tooMany)
+        *tooMany = refused;
     std::sort(times.begin(), times.end());
     return times;
 }

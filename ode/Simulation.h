@@ -12,10 +12,16 @@
 
 // Forward simulation of the model for one parameter set at chosen times.
 
+// The most time points a simulation takes: a range that would make more is
+// refused before anything is allocated.
+constexpr int maxSimulationTimePoints = 1000000;
+
 // The simulation time points of a text: "start:step:end" (the count rounded
 // up, so the end may be overshot; empty for a zero step or a non-number) or a
 // comma-separated list (duplicate texts and non-numbers dropped). Sorted.
-QVector<double> parseSimulationTimePoints(const QString &text);
+// Only finite values count as numbers. A range of more than
+// maxSimulationTimePoints points gives no points and sets *tooMany.
+QVector<double> parseSimulationTimePoints(const QString &text, bool *tooMany = nullptr);
 
 struct SimulationResult {
     QVector<double> values; // the expression at each time point

@@ -79,6 +79,7 @@ void MainWindow::createSteps()
     m_runFlow = new RunFlow(m_workbench, this);
     m_workbench.run->setRunControl(m_runFlow);
     m_workbench.results->connectWorkbench();
+    m_workbench.simulation->watchDocument();
 }
 
 void MainWindow::closeEvent(QCloseEvent *event)

@@ -10,12 +10,17 @@
 #include "ui/MainWindow.h"
 #include "ui/ProjectDocument.h"
 #include "ui/steps/ResultsStep.h"
+#include "ui/steps/SimulationStep.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QDir>
 #include <QMenu>
+#include <QCheckBox>
+#include <QEventLoop>
+#include <QLineEdit>
 #include <QMenuBar>
+#include <QTableWidget>
 #include <QPushButton>
 #include <QScreen>
 #include <QTabWidget>
@@ -27,6 +32,9 @@ namespace {
 void settle()
 {
     for (int i = 0; i < 10; ++i) {
+        // There is no event loop running: objects deleted later (the chart's
+        // replaced axes) would stay on the picture.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QApplication::processEvents();
         QThread::msleep(20);
     }
@@ -39,6 +47,26 @@ void shoot(MainWindow &window, const QString &path)
     const QPixmap picture = onScreen ? window.screen()->grabWindow(window.winId()) : window.grab();
     if (!picture.save(path))
         qWarning("could not write %s", qPrintable(path));
+}
+
+// The found parameters simulated for the first observation variable over the
+// observation period.
+void simulateFoundParameters(MainWindow &window)
+{
+    const ProjectModel &model = window.workbench().document->model();
+    SimulationStep *step = window.workbench().simulation;
+    auto *observations = window.findChild<QTableWidget *>("tableWidget_observations");
+    step->variableEdit()->setText(observations->item(0, 1)->text());
+    double last = 0;
+    for (const ObservationEvent &event : model.observations)
+        last = qMax(last, event.time);
+    step->timePointsEdit()->setText(QString("0:%1:%2").arg(last / 400).arg(last));
+    step->timePointsEdited();
+    QEventLoop loop;
+    QObject::connect(step, &SimulationStep::simulationFinished, &loop, &QEventLoop::quit);
+    step->computeSimulation();
+    if (step->isComputing())
+        loop.exec();
 }
 
 } // namespace
@@ -94,6 +122,12 @@ int main(int argc, char *argv[])
         }
         shootTab(5, "tabWidget_2", 2, "page6-convergence");
         resultTabs->setCurrentIndex(0);
+
+        simulateFoundParameters(window);
+        shootTab(7, "tabWidget_3", 2, "page8-simulation-linear");
+        window.workbench().simulation->logScaleBox()->setChecked(true);
+        shootTab(7, "tabWidget_3", 2, "page8-simulation-log");
+        shootTab(7, "tabWidget_3", 0, "page8-simulation-parameters-filled");
     }
 
     // Everything the View menu can show.
