@@ -58,6 +58,8 @@ RunSettings readSettings(const OptionReader &options)
     settings.stricterInitialSampling = options.has("--stricter-initial-sampling");
     settings.timeLimitMs = options.intValue("--timeout-ms", settings.timeLimitMs, 1);
     settings.initialClusterPoints = options.intValue("--points", settings.initialClusterPoints, 1);
+    if (options.has("--seed"))
+        settings.seed = std::uint64_t(options.intValue("--seed", 0, 0));
     // The integrator's method-switch notices would bury the progress output.
     if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
         settings.integratorMessages = nullptr;
@@ -79,7 +81,7 @@ compResult startingRecord(const QString &folder, const ProjectModel &project, co
     }
     DoubleMatrix cluster = project.initialCluster;
     if (cluster.isEmpty()) {
-        std::mt19937_64 generator(std::uint64_t(std::time(nullptr)));
+        std::mt19937_64 generator(settings.seed ? *settings.seed : std::uint64_t(std::time(nullptr)));
         cluster =
                 sampleInitialCluster(projectSearchDomain(project), settings.initialClusterPoints, generator);
         saveInitialCluster(folder, cluster);
@@ -142,7 +144,7 @@ int runCommand(const QString &folder, const QStringList &arguments)
     const OptionReader options(arguments,
                                {"--stage1-iterations", "--stage2-iterations", "--stage1-reltol",
                                 "--initial-lambda", "--max-initial-tries", "--timeout-ms", "--points",
-                                "--threads"},
+                                "--threads", "--seed"},
                                {"--stricter-initial-sampling", "--restart"});
     const RunSettings settings = readSettings(options);
     if (options.has("--threads"))

@@ -2,7 +2,9 @@
 
 #include <QVector>
 
+#include <cstdint>
 #include <cstdio>
+#include <optional>
 
 // The settings of one run of the Ambrel method, with the workbench's
 // defaults. The window's settings tab, the batch tool's options and the
@@ -22,6 +24,10 @@ struct RunSettings {
     int timeLimitMs = 100000;
     // Points drawn when the project has no initial cluster.
     int initialClusterPoints = 250;
+    // Seed of the engine's random draws (re-sampling and the step
+    // computation's perturbations); without one the clock seeds them, so
+    // only a seeded run can be repeated exactly.
+    std::optional<std::uint64_t> seed;
 
     // The window's weight settings: the number of leading iterations that use
     // the weights (shown in the log header), and the weights it derives from

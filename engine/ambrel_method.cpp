@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <ctime>
 #include <limits>
 #include <map>
@@ -116,6 +117,16 @@ void ambrel_method::abort()
     qDebug() << "abortASAP=" << true;
 }
 
+void ambrel_method::seedRandomDraws()
+{
+    const std::uint64_t seed =
+            settings.seed ? *settings.seed : std::uint64_t(std::uint32_t(std::time(nullptr)));
+    m_generator.seed(seed);
+    // The step computation's target perturbations come from rand().
+    if (settings.seed)
+        std::srand(unsigned(seed));
+}
+
 RunOutcome ambrel_method::run_3(int k_in)
 {
     m_runTimer.start();
@@ -126,7 +137,7 @@ RunOutcome ambrel_method::run_3(int k_in)
     const int n = result.X.isEmpty() ? 0 : result.X.first().size();
     qDebug() << "init" << result.X.value(k_in);
     totalIterations = settings.stage1Iterations + settings.stage2Iterations;
-    m_generator.seed(std::uint64_t(std::uint32_t(std::time(nullptr))));
+    seedRandomDraws();
     running = true;
     abortASAP = false;
     qDebug() << "abortASAP=" << false;

@@ -89,6 +89,7 @@ private:
     void logStatistics(int k, int improved);
     void writeIterationFiles();
     void finishRun();
+    void seedRandomDraws();
 
     QVector<double> m_lambda;
     QVector<bool> m_alive;

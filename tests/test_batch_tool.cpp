@@ -32,6 +32,7 @@ private slots:
     void invalidInputExitsWithStatus2();
     void runFindsTheOralParametersAndSimulates();
     void exitStatusFollowsTheRunsOutcome();
+    void seededRunsRepeatExactly();
 };
 
 void TestBatchTool::invalidInputExitsWithStatus2()
@@ -116,3 +117,22 @@ void TestBatchTool::exitStatusFollowsTheRunsOutcome()
 
 QTEST_GUILESS_MAIN(TestBatchTool)
 #include "test_batch_tool.moc"
+
+// Everything random in a run (the sampled cluster, re-sampling, the step
+// perturbations) follows --seed, so two runs give the same bytes.
+void TestBatchTool::seededRunsRepeatExactly()
+{
+    QList<QByteArray> results;
+    for (const QString name : {"a", "b"}) {
+        QTemporaryDir runDir;
+        const QString project = copyExample(runDir, "oral-absorption");
+        const Outcome run = batch({"run", project, "--stage1-iterations", "6", "--stage2-iterations", "2",
+                                   "--points", "40", "--seed", "17"});
+        QCOMPARE(run.exitCode, 0);
+        results << fileContent(project + "/model/initial_cluster.txt") +
+                           fileContent(project + "/compResult/X_7.csv") +
+                           fileContent(project + "/compResult/R_7.csv");
+    }
+    QVERIFY(results[0].size() > 100);
+    QCOMPARE(results[0], results[1]);
+}
