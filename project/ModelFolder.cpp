@@ -6,19 +6,22 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QSaveFile>
 #include <QTextStream>
 
 namespace {
 
+// Replaces the file atomically: a failed save leaves the previous file whole.
 bool writeTextFile(const QString &path, const QString &text)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text))
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
         return false;
     QTextStream out(&file);
     out.setCodec("UTF-8");
     out << text;
-    return true;
+    out.flush();
+    return file.commit();
 }
 
 IntMatrix dependencyStructure(const OdeSystemText &system)

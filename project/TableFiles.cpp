@@ -2,23 +2,34 @@
 
 #include <QDebug>
 #include <QFile>
+#include <QSaveFile>
 #include <QTextStream>
 
 namespace {
 
-// Opens a file for writing (truncating) with a stream that writes real
-// numbers with 16 significant digits.
+// Opens a file for writing with a stream that writes real numbers with 16
+// significant digits. The text goes to a temporary file beside the target,
+// which replaces the target only when the writer is done, so an interrupted
+// or failed write never leaves a half-written file behind.
 struct TextFileWriter {
-    QFile file;
+    QSaveFile file;
     QTextStream stream;
 
     explicit TextFileWriter(const QString &path)
         : file(path)
     {
     }
+    ~TextFileWriter()
+    {
+        if (!file.isOpen())
+            return;
+        stream.flush();
+        if (!file.commit())
+            qDebug() << "Error, unable to save" << file.fileName();
+    }
     bool open()
     {
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        if (!file.open(QIODevice::WriteOnly))
             return false;
         stream.setDevice(&file);
         stream.setCodec("UTF-8");

@@ -1,9 +1,11 @@
 #include "ui/MainWindow.h"
 #include "ui/messages/ProblemHtml.h"
+#include "ui/tables/TableWidgetFiles.h"
 #include "window_test_support.h"
 
 #include <QAction>
 #include <QDialog>
+#include <QFileDialog>
 #include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -28,6 +30,9 @@ private slots:
     void stopEndsTheRunAndReturnsToIdle();
     void runRefusedByTheParameterSpecification();
     void closingDuringARunWaitsForIt();
+    void saveThenOpenRoundTripsEveryStep();
+    void brokenFoldersLoadWithoutAMessageOrACrash();
+    void typedModelRunsToTheEnd();
 
 private:
     template<typename T = QWidget>
@@ -205,6 +210,140 @@ void RunAndProjectTest::closingDuringARunWaitsForIt()
     QVERIFY(m_window->close());
     delete m_window; // must neither crash nor leave the engine's thread running
     m_window = nullptr;
+}
+
+// Everything a user enters, as texts and table cells, in one comparable list.
+QStringList enteredTexts(const MainWindow *window)
+{
+    QStringList texts;
+    for (const char *name : {"textEdit_ODEExpression", "textEdit_auxFunction", "textEdit_paraDefinition",
+                             "textEdit_paraDefInverse"})
+        texts << findNamed<QTextEdit>(window, name)->toPlainText();
+    for (const char *name :
+         {"tableWidget_doseEvents", "tableWidget_parametersSpec", "tableWidget_initialCluster",
+          "tableWidget_observations", "tableWidget_simulationDoseEvents"}) {
+        for (const QStringList &row : tableToStringMatrix(findNamed<QTableWidget>(window, name)))
+            texts << row.join(QLatin1Char('|'));
+        texts << QStringLiteral("--");
+    }
+    return texts;
+}
+
+void RunAndProjectTest::saveThenOpenRoundTripsEveryStep()
+{
+    const QString folder = openExample("oral-absorption");
+    find<QTextEdit>("textEdit_auxFunction")->setPlainText("Cc = Ac/V");
+    find<QPushButton>("pushButton_4")->click(); // Generate Parameters: an initial cluster to keep
+    find<QTableWidget>("tableWidget_observations")->item(3, 2)->setText("LOG10(5.26816)");
+    find<QAction>("actionSave")->trigger();
+    const QStringList saved = enteredTexts(m_window);
+    QVERIFY(saved.contains("0|Ag|320|0|oral dose"));
+    QCOMPARE(m_window->windowTitle(), folder + " - Ambrel");
+
+    MainWindow reopened;
+    reopened.openProject(folder);
+    QCOMPARE(enteredTexts(&reopened), saved);
+
+    // A save in a later second keeps the earlier history copy beside the new one.
+    QTest::qWait(1100);
+    find<QAction>("actionSave")->trigger();
+    const QStringList history = QDir(folder + "/history").entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    QCOMPARE(history.size(), 2);
+    for (const QString &copy : history)
+        QCOMPARE(QDir(folder + "/history/" + copy).entryList(QDir::Files).size(), 9);
+}
+
+void RunAndProjectTest::brokenFoldersLoadWithoutAMessageOrACrash()
+{
+    int messageBoxes = 0;
+    const auto countBoxes = [&messageBoxes] {
+        answerNextModal(
+                [&messageBoxes](QWidget *box) {
+                    ++messageBoxes;
+                    static_cast<QDialog *>(box)->reject();
+                },
+                5); // looks for 50 ms, so it cannot answer a later test's dialog
+    };
+    // No observations file: the observation table is kept as it was.
+    QString folder = copyExample(*m_dir, "oral-absorption");
+    QFile::remove(folder + "/model/observations.txt");
+    auto *observations = find<QTableWidget>("tableWidget_observations");
+    observations->setRowCount(1);
+    observations->setItem(0, 0, new QTableWidgetItem("1"));
+    observations->setItem(0, 1, new QTableWidgetItem("Ac/V"));
+    const StringMatrix before = tableToStringMatrix(observations);
+    countBoxes();
+    m_window->openProject(folder);
+    QCOMPARE(tableToStringMatrix(observations), before);
+    QTest::qWait(100);
+    QCOMPARE(messageBoxes, 0);
+
+    // Binary, empty and truncated files load as text and show the model's
+    // problems.
+    const QByteArray binary("\x00\xff\xfe\x01\x02(\n\x00,,\xc3", 11);
+    QVERIFY(QFile(folder + "/model/ODE_expression.txt").open(QIODevice::WriteOnly)); // empty
+    QFile dose(folder + "/model/dose_events.txt");
+    QVERIFY(dose.open(QIODevice::WriteOnly) && dose.write(binary) == binary.size());
+    dose.close();
+    QVERIFY(writeFile(folder + "/model/parameter_specifications.csv", "0.5,20,0,10\n5,1"));
+    QDir().mkpath(folder + "/compResult");
+    QVERIFY(writeFile(folder + "/compResult/X_0.csv", "0.1,0."));
+    m_window->openProject(folder);
+    QVERIFY(!find<QTextEdit>("textEdit_error")->toPlainText().isEmpty());
+    QVERIFY(idle());
+}
+
+// A whole run as a user makes it: the model typed, the tables filled cell by
+// cell, an initial cluster generated, the run started with the button.
+void RunAndProjectTest::typedModelRunsToTheEnd()
+{
+    const QString folder = m_dir->path() + "/typed";
+    QDir().mkpath(folder);
+    auto *ode = find<QTextEdit>("textEdit_ODEExpression");
+    ode->setFocus();
+    QTest::keyClicks(ode, "dAgdt = -ka*Ag");
+    QTest::keyClick(ode, Qt::Key_Return);
+    QTest::keyClicks(ode, "dAcdt = ka*Ag - CL/V*Ac");
+    QTRY_COMPARE_WITH_TIMEOUT(find<QTableWidget>("tableWidget_parametersSpec")->rowCount(), 3, 5000);
+
+    const auto fill = [this](const char *table, const StringMatrix &rows) {
+        auto *widget = find<QTableWidget>(table);
+        widget->setRowCount(std::max(widget->rowCount(), int(rows.size())));
+        for (int r = 0; r < rows.size(); ++r)
+            for (int c = 0; c < rows[r].size(); ++c) {
+                widget->setCurrentCell(r, c);
+                widget->setItem(r, c, new QTableWidgetItem(rows[r][c]));
+            }
+        widget->setCurrentCell(0, 0); // leaving the last cell checks the table
+    };
+    fill("tableWidget_doseEvents", {{"0", "Ag", "320", "0"}});
+    fill("tableWidget_parametersSpec",
+         {{"0.5", "20", "0", "100"}, {"5", "100", "0", "500"}, {"0.1", "5", "0", "20"}});
+    StringMatrix observations;
+    for (double t : {0.5, 1.0, 2.0, 4.0, 8.0, 12.0, 24.0}) {
+        const double ke = 0.1, ka = 1.2;
+        const double c = 320 * ka / (ka - ke) * (std::exp(-ke * t) - std::exp(-ka * t)) / 40;
+        observations << QStringList{QString::number(t), "Ac/V", QString::number(c, 'g', 10)};
+    }
+    fill("tableWidget_observations", observations);
+    QVERIFY2(find<QTextEdit>("textEdit_error")->toPlainText().isEmpty(),
+             qPrintable(find<QTextEdit>("textEdit_error")->toPlainText()));
+    setShortRun(8, 2, 40);
+    find<QPushButton>("pushButton_4")->click();
+    QCOMPARE(find<QTableWidget>("tableWidget_initialCluster")->rowCount(), 40);
+
+    answerNextModal([&folder](QWidget *dialog) { // the first save asks for the folder
+        auto *chooser = static_cast<QFileDialog *>(dialog);
+        chooser->selectFile(folder);
+        static_cast<QDialog *>(chooser)->accept();
+    });
+    find<QPushButton>("pushButton_runAMmethod")->click();
+    QTRY_VERIFY_WITH_TIMEOUT(idle(), 60000);
+    auto *progress = find<QProgressBar>("progressBar_AM");
+    QCOMPARE(progress->value(), progress->maximum());
+    QVERIFY(find<QTextEdit>("textEdi_compLog")->toPlainText().contains("iterNumber: 9"));
+    QVERIFY(QFile::exists(folder + "/compResult/X_9.csv"));
+    QVERIFY(QFile::exists(folder + "/model/ODE_expression.txt"));
 }
 
 QTEST_MAIN(RunAndProjectTest)

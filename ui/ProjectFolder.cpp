@@ -15,6 +15,7 @@
 #include "ui/widgets/QTableWidgetWithCopyPaste.h"
 
 #include <QDebug>
+#include <QDir>
 #include <QFile>
 #include <QFileDialog>
 #include <QMessageBox>
@@ -56,7 +57,13 @@ void ProjectFolder::save()
         return;
     const ProjectDocument *document = m_workbench.document;
     saveModelFolder(m_folder, document->inputs(), document->model());
-    m_workbench.errorPane->window()->setWindowFilePath(m_folder);
+    showFolderInTitle();
+}
+
+void ProjectFolder::showFolderInTitle() const
+{
+    m_workbench.errorPane->window()->setWindowTitle(
+            QStringLiteral("%1 - Ambrel").arg(QDir::toNativeSeparators(m_folder)));
 }
 
 void ProjectFolder::open()
@@ -71,7 +78,7 @@ void ProjectFolder::openFolder(const QString &folder)
     m_workbench.document->clearResult();
     m_workbench.parameters->initialClusterTable()->setRowCount(0);
     m_folder = folder;
-    m_workbench.errorPane->window()->setWindowFilePath(folder);
+    showFolderInTitle();
     loadModelTexts();
     loadTables();
     loadResult();

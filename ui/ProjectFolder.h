@@ -29,6 +29,8 @@ public:
 
 private:
     QString chooseFolder(const QString &title) const;
+    // The window's title names the current project folder.
+    void showFolderInTitle() const;
     // Runs one step of a load; an exception ends that step alone, with a
     // message box, and the load goes on.
     void loadStep(const QString &failureText, const std::function<void()> &step);
