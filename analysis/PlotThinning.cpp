@@ -79,16 +79,6 @@ PlotRange rangeOf(const QVector<QPointF> &points, bool logX, bool logY, double m
     return range;
 }
 
-PlotRange unite(const PlotRange &a, const PlotRange &b)
-{
-    PlotRange range = a;
-    range.xMin = std::min(a.xMin, b.xMin);
-    range.xMax = std::max(a.xMax, b.xMax);
-    range.yMin = std::min(a.yMin, b.yMin);
-    range.yMax = std::max(a.yMax, b.yMax);
-    return range;
-}
-
 NiceAxis niceAxis(double low, double high, int maxIntervals)
 {
     if (!std::isfinite(low) || !std::isfinite(high) || !(high > low))

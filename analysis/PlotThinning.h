@@ -19,8 +19,6 @@ struct PlotRange {
 // is negative. A span of zero is widened around its value; no plottable
 // point gives the unit range (1 to 10 on a log axis).
 PlotRange rangeOf(const QVector<QPointF> &points, bool logX, bool logY, double margin = 0.05);
-// The range of both point sets together.
-PlotRange unite(const PlotRange &a, const PlotRange &b);
 
 // At most one point per cell of a columns x rows grid laid over the range:
 // the first point of each cell is kept, so callers put the points that

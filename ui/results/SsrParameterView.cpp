@@ -80,7 +80,8 @@ void SsrParameterView::drawPanel(const ResultViewState &state, int panelIndex, i
     for (int i : shown)
         chosen << QPointF(column[i], ssr[i]);
     const bool logX = state.frame->logScale.value(parameter) && positive;
-    const PlotRange range = unite(rangeOf(chosen, logX, true), rangeOf(others, logX, true));
+    // One range over all points: an empty set of others must not widen it.
+    const PlotRange range = rangeOf(chosen + others, logX, true);
     const QVector<QPointF> envelope =
             plottable(lowerEnvelope(column, ssr, envelopeBins(ssr.size()), logX), logX, true);
     m_envelopes << envelope;
