@@ -1,6 +1,7 @@
 #include "ambrel_method.h"
 
 #include "engine/InitialCluster.h"
+#include "engine/Polish.h"
 #include "engine/StepComputation.h"
 #include "project/ResultStore.h"
 
@@ -160,6 +161,11 @@ RunOutcome ambrel_method::run_3(int k_in)
             iterate(k);
         if (!abortASAP) {
             result.truncateHistories(totalIterations);
+            // --- Polishing stage (engine/Polish.h): one more iteration of
+            // converged minimisers after the last Stage 2 iteration.
+            if (settings.polish)
+                runPolishStage(*this);
+            // --- end of the polishing stage
         }
     } catch (...) {
         qDebug() << "AMB iteration failed";

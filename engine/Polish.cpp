@@ -1,0 +1,359 @@
+#include "Polish.h"
+
+#include "analysis/Grouping.h"
+#include "engine/ambrel_method.h"
+#include "project/PolishSummary.h"
+#include "project/ResultStore.h"
+
+#include <QDebug>
+#include <QElapsedTimer>
+#include <QtConcurrent>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+namespace {
+
+const double kDifferenceStep = 1e-3;
+
+// Central-difference step of a coordinate: relative to its size, or to a
+// tenth of its domain width near zero.
+QVector<double> differenceSteps(const QVector<double> &x, const QVector<double> &lower,
+                                const QVector<double> &upper)
+{
+    QVector<double> steps;
+    for (int q = 0; q < x.size(); ++q) {
+        const double width = std::abs(upper.value(q, 0.0) - lower.value(q, 0.0));
+        double scale = std::max(std::abs(x[q]), 0.1 * (std::isfinite(width) ? width : 0.0));
+        if (!(scale > 0))
+            scale = 1.0;
+        steps << kDifferenceStep * scale;
+    }
+    return steps;
+}
+
+// The weighted residuals sqrt(w_j) (y_j - y*_j) of the polishing model.
+class WeightedResiduals {
+public:
+    explicit WeightedResiduals(const PolishInput &input)
+        : m_input(input)
+    {
+    }
+
+    bool residuals(const QVector<double> &outputs, QVector<double> &r) const
+    {
+        const QVector<double> &target = m_input.target;
+        if (outputs.size() != target.size())
+            return false;
+        r.resize(target.size());
+        for (int j = 0; j < target.size(); ++j) {
+            const double w = j < m_input.weights.size() ? m_input.weights[j] : 1.0;
+            r[j] = std::sqrt(w) * (outputs[j] - target[j]);
+            if (!std::isfinite(r[j]))
+                return false;
+        }
+        return true;
+    }
+
+    bool atPoint(const QVector<double> &x, QVector<double> &r) const
+    {
+        ++evaluations;
+        return residuals(m_input.evaluator.evaluatePoint(x).outputs, r);
+    }
+
+    // J = J_b G: central differences of the residuals in the model
+    // parameters b that move with x, chained with G = dg/dx. The generated
+    // transformations evaluate "^" in single precision, so g(x) is a
+    // staircase on the scale of float rounding of x: differences taken in x
+    // would carry that noise into J and bias the point where the solver
+    // stops. An error in G only rescales the columns of J and leaves that
+    // point (J_b^T r = 0) unchanged. The shifted points are evaluated in
+    // parallel.
+    bool jacobian(const QVector<double> &x, DoubleMatrix &j) const
+    {
+        const ClusterEvaluator &evaluator = m_input.evaluator;
+        const QVector<double> b = applyTransformation(evaluator.g, evaluator.parameterNames, x);
+        const DoubleMatrix G = transformationJacobian(evaluator.g, evaluator.parameterNames, x);
+        QVector<int> moving;
+        QVector<double> steps;
+        DoubleMatrix rows;
+        for (int a = 0; a < G.size(); ++a) {
+            double spread = 0, slope = 0;
+            for (int q = 0; q < x.size(); ++q) {
+                slope = std::max(slope, std::abs(G[a][q]));
+                spread += std::abs(G[a][q]) * 0.1 * domainWidth(q);
+            }
+            if (!std::isfinite(slope) || !std::isfinite(b.value(a, std::nan(""))))
+                return false;
+            if (slope == 0)
+                continue;
+            double step = kDifferenceStep * std::max(std::abs(b[a]), spread);
+            if (!(step > 0))
+                step = kDifferenceStep;
+            moving << a;
+            steps << step;
+            rows << b << b;
+            rows[rows.size() - 2][a] += step;
+            rows[rows.size() - 1][a] -= step;
+        }
+        const QVector<PointEvaluation> evaluated = evaluateInParallel(rows);
+        j = DoubleMatrix(m_input.target.size(), QVector<double>(x.size(), 0.0));
+        QVector<double> plus, minus;
+        for (int f = 0; f < moving.size(); ++f) {
+            if (!residuals(evaluated[2 * f].outputs, plus) || !residuals(evaluated[2 * f + 1].outputs, minus))
+                return false;
+            for (int row = 0; row < j.size(); ++row) {
+                const double slope = (plus[row] - minus[row]) / (2 * steps[f]);
+                for (int q = 0; q < x.size(); ++q)
+                    j[row][q] += slope * G[moving[f]][q];
+            }
+        }
+        return true;
+    }
+
+    mutable qint64 evaluations = 0;
+
+private:
+    double domainWidth(int q) const
+    {
+        const double width = std::abs(m_input.domainUpper.value(q, 0.0) - m_input.domainLower.value(q, 0.0));
+        return std::isfinite(width) ? width : 0.0;
+    }
+
+    QVector<PointEvaluation> evaluateInParallel(const DoubleMatrix &parameterRows) const
+    {
+        evaluations += parameterRows.size();
+        const ClusterEvaluator &evaluator = m_input.evaluator;
+        return QtConcurrent::blockingMapped(
+                parameterRows, std::function<PointEvaluation(const QVector<double> &)>(
+                                       [&evaluator](const QVector<double> &b) {
+                                           return evaluator.evaluateParameters(b);
+                                       }));
+    }
+
+    const PolishInput &m_input;
+};
+
+struct GroupStart {
+    int group = 0;
+    int size = 0;
+    int row = 0;
+};
+
+// The best point of every group of the finite points, in group order.
+QVector<GroupStart> groupStarts(const DoubleMatrix &X, const QVector<double> &ssr, int &finitePoints)
+{
+    QVector<int> rows;
+    for (int i = 0; i < X.size(); ++i) {
+        bool finite = std::isfinite(ssr.value(i, std::nan("")));
+        for (double v : X[i])
+            finite = finite && std::isfinite(v);
+        if (finite)
+            rows << i;
+    }
+    // In SSR order, so that group 0 holds the best point.
+    std::stable_sort(rows.begin(), rows.end(), [&ssr](int a, int b) { return ssr[a] < ssr[b]; });
+    finitePoints = rows.size();
+    DoubleMatrix points;
+    QVector<double> pointSsr;
+    for (int i : rows) {
+        points << X[i];
+        pointSsr << ssr[i];
+    }
+    const int groups = points.isEmpty() ? 0 : chooseGroupCount(points, polishMaxGroups).groups;
+    const Grouping grouping = kMeans(points, groups);
+    const QVector<GroupSummary> summaries = summariseGroups(grouping, points, pointSsr);
+    QVector<GroupStart> starts;
+    for (int g = 0; g < summaries.size(); ++g)
+        if (summaries[g].bestRow >= 0)
+            starts << GroupStart{g, summaries[g].size, rows[summaries[g].bestRow]};
+    return starts;
+}
+
+PolishedMinimiser polishGroup(const PolishInput &input, const WeightedResiduals &residuals,
+                              const GroupStart &start)
+{
+    PolishedMinimiser minimiser;
+    minimiser.group = start.group;
+    minimiser.groupSize = start.size;
+    minimiser.startRow = start.row;
+
+    LeastSquaresProblem problem;
+    problem.residualCount = input.target.size();
+    problem.residuals = [&residuals](const QVector<double> &x, QVector<double> &r) {
+        return residuals.atPoint(x, r);
+    };
+    problem.jacobian = [&residuals](const QVector<double> &x, DoubleMatrix &j) { return residuals.jacobian(x, j); };
+    problem.stopRequested = [&input]() { return input.stop && input.stop->load(); };
+    const QVector<double> &x0 = input.X[start.row];
+    problem.scale = differenceSteps(x0, input.domainLower, input.domainUpper);
+    for (double &s : problem.scale)
+        s /= kDifferenceStep;
+    minimiser.fit = levenbergMarquardt(problem, x0, input.solver);
+    if (!minimiser.fit.x.isEmpty()) {
+        minimiser.evaluation = input.evaluator.evaluatePoint(minimiser.fit.x);
+        ++residuals.evaluations;
+        const DoubleMatrix g = transformationJacobian(input.evaluator.g, input.evaluator.parameterNames,
+                                                      minimiser.fit.x);
+        minimiser.uncertainty = asymptoticUncertainty(minimiser.fit.jacobian, minimiser.fit.ssr, g);
+    }
+    return minimiser;
+}
+
+QString number(double v)
+{
+    return QString::number(v, 'g', 10);
+}
+
+} // namespace
+
+ClusterEvaluator polishEvaluator(const ClusterEvaluator &evaluator)
+{
+    ClusterEvaluator tight = evaluator;
+    tight.useStage2 = true;
+    tight.stage2.lsodaRelativeTolerance = polishTolerance;
+    tight.stage2.lsodaAbsoluteTolerance = polishTolerance;
+    return tight;
+}
+
+PolishOutcome polishMinimisers(const PolishInput &input)
+{
+    QElapsedTimer timer;
+    timer.start();
+    PolishOutcome outcome;
+    const QVector<GroupStart> starts = groupStarts(input.X, input.ssr, outcome.finitePoints);
+    outcome.groups = starts.size();
+    const WeightedResiduals residuals(input);
+    for (const GroupStart &start : starts) {
+        if (input.stop && input.stop->load()) {
+            outcome.stopped = true;
+            break;
+        }
+        PolishedMinimiser minimiser = polishGroup(input, residuals, start);
+        if (minimiser.fit.stop == LeastSquaresStop::Stopped) {
+            outcome.stopped = true;
+            break;
+        }
+        if (!minimiser.fit.x.isEmpty())
+            outcome.minimisers << minimiser;
+    }
+    outcome.modelEvaluations = residuals.evaluations;
+    outcome.seconds = double(timer.nsecsElapsed()) * 1e-9;
+    return outcome;
+}
+
+QStringList polishLogLines(const PolishOutcome &outcome)
+{
+    QStringList lines;
+    lines << QStringLiteral("Polish: %1 groups of the %2 finite points of the last iteration; "
+                            "Levenberg-Marquardt from the best point of each")
+                     .arg(outcome.groups)
+                     .arg(outcome.finitePoints);
+    for (const PolishedMinimiser &m : outcome.minimisers)
+        lines << QStringLiteral("Polish: group %1 (%2 points): start SSR %3, final SSR %4, %5 iterations, %6")
+                         .arg(m.group + 1)
+                         .arg(m.groupSize)
+                         .arg(number(m.fit.startSsr), number(m.fit.ssr))
+                         .arg(m.fit.iterations)
+                         .arg(leastSquaresStopText(m.fit.stop));
+    if (outcome.stopped)
+        lines << QStringLiteral("Polish: stopped; %1 of %2 groups finished")
+                         .arg(outcome.minimisers.size())
+                         .arg(outcome.groups);
+    lines << QStringLiteral("Polish: %1 model evaluations in %2 s")
+                     .arg(outcome.modelEvaluations)
+                     .arg(QString::number(outcome.seconds, 'f', 2));
+    return lines;
+}
+
+namespace {
+
+// The polished minimisers as iteration k of the record, one row each.
+void appendPolishIteration(compResult &result, const PolishOutcome &outcome)
+{
+    DoubleMatrix X, Y, parameters;
+    QVector<double> ssr;
+    QVector<DoubleMatrix> solutions;
+    for (const PolishedMinimiser &m : outcome.minimisers) {
+        X << m.fit.x;
+        Y << m.evaluation.outputs;
+        parameters << m.evaluation.parameters;
+        ssr << m.fit.ssr;
+        solutions << m.evaluation.solution;
+    }
+    result.X << X;
+    result.Y << Y;
+    result.Parameter << parameters;
+    result.SSR << ssr;
+    result.lambda << QVector<double>(X.size(), 0.0);
+    result.solutions = solutions;
+    result.updateSortIndex();
+}
+
+QVector<PolishSummaryBlock> summaryBlocks(const PolishOutcome &outcome, const QStringList &names)
+{
+    QVector<PolishSummaryBlock> blocks;
+    for (const PolishedMinimiser &m : outcome.minimisers) {
+        PolishSummaryBlock block;
+        block.minimiser = blocks.size() + 1;
+        block.group = m.group + 1;
+        block.groupSize = m.groupSize;
+        block.startSsr = m.fit.startSsr;
+        block.ssr = m.fit.ssr;
+        block.iterations = m.fit.iterations;
+        block.stopReason = leastSquaresStopText(m.fit.stop);
+        block.degreesOfFreedom = m.uncertainty.degreesOfFreedom;
+        block.conditionNumber = m.uncertainty.conditionNumber;
+        block.parameterNames = names;
+        block.estimates = m.evaluation.parameters;
+        block.standardErrors = m.uncertainty.parameterStandardErrors;
+        block.correlation = m.uncertainty.parameterCorrelation;
+        blocks << block;
+    }
+    return blocks;
+}
+
+} // namespace
+
+PolishInput polishInput(const ambrel_method &engine)
+{
+    const compResult &result = engine.result;
+    PolishInput input;
+    if (result.X.isEmpty() || result.SSR.size() < result.X.size())
+        return input;
+    input.X = result.X.last();
+    input.ssr = result.SSR[result.X.size() - 1];
+    input.evaluator = polishEvaluator(engine.evaluator);
+    input.target = engine.target;
+    input.weights = engine.currentWeights();
+    input.domainLower = engine.domainLower;
+    input.domainUpper = engine.domainUpper;
+    input.stop = &engine.abortASAP;
+    return input;
+}
+
+void runPolishStage(ambrel_method &engine)
+{
+    compResult &result = engine.result;
+    const PolishInput input = polishInput(engine);
+    if (input.X.isEmpty())
+        return;
+    const PolishOutcome outcome = polishMinimisers(input);
+
+    for (const QString &line : polishLogLines(outcome)) {
+        qDebug().noquote() << line;
+        result.log << line;
+    }
+    if (outcome.minimisers.isEmpty()) {
+        if (!engine.projectFolder.isEmpty())
+            writeComputationLog(engine.projectFolder, result.log);
+        return;
+    }
+    appendPolishIteration(result, outcome);
+    emit engine.current_computation_result(result);
+    if (engine.projectFolder.isEmpty())
+        return;
+    writeIterationFiles(engine.projectFolder, result);
+    writePolishSummary(engine.projectFolder, summaryBlocks(outcome, engine.evaluator.parameterNames));
+}
