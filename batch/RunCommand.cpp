@@ -94,12 +94,29 @@ compResult startingRecord(const QString &folder, const ProjectModel &project, co
     return record;
 }
 
+// The "Polish:" lines at the end of the log, on standard output.
+void printPolishLines(const QStringList &log, bool terminal)
+{
+    int first = log.size();
+    while (first > 0 && log[first - 1].startsWith(QLatin1String("Polish:")))
+        --first;
+    if (terminal)
+        std::fprintf(stderr, "\n");
+    for (int i = first; i < log.size(); ++i)
+        std::printf("%s\n", qPrintable(log[i]));
+    std::fflush(stdout);
+}
+
 // A progress bar on a terminal, one statistics line per iteration otherwise.
 void showProgress(ambrel_method &engine, bool terminal)
 {
     const int total = engine.settings.stage1Iterations + engine.settings.stage2Iterations;
     QObject::connect(&engine, &ambrel_method::current_computation_result, [=](const compResult &result) {
         const int k = result.X.size();
+        if (k > total) { // the polishing stage's iteration
+            printPolishLines(result.log, terminal);
+            return;
+        }
         if (terminal) {
             const int width = 40, filled = width * k / total;
             std::fprintf(stderr, "\r[%s%s] iteration %d/%d", QByteArray(filled, '#').constData(),

@@ -15,22 +15,25 @@
 
 namespace {
 
-const double kDifferenceStep = 1e-3;
+// Relative difference steps in the model parameters.
+const double kForwardStep = 1e-5;
+const double kCentralStep = 1e-3;
+// Polishing iterations with central differences after those with forward
+// differences.
+const int kCentralIterations = 20;
 
-// Central-difference step of a coordinate: relative to its size, or to a
-// tenth of its domain width near zero.
-QVector<double> differenceSteps(const QVector<double> &x, const QVector<double> &lower,
-                                const QVector<double> &upper)
+// The typical size of a coordinate's moves: its size, or a tenth of its
+// domain width near zero.
+QVector<double> coordinateScales(const QVector<double> &x, const QVector<double> &lower,
+                                 const QVector<double> &upper)
 {
-    QVector<double> steps;
+    QVector<double> scales;
     for (int q = 0; q < x.size(); ++q) {
         const double width = std::abs(upper.value(q, 0.0) - lower.value(q, 0.0));
-        double scale = std::max(std::abs(x[q]), 0.1 * (std::isfinite(width) ? width : 0.0));
-        if (!(scale > 0))
-            scale = 1.0;
-        steps << kDifferenceStep * scale;
+        const double scale = std::max(std::abs(x[q]), 0.1 * (std::isfinite(width) ? width : 0.0));
+        scales << (scale > 0 ? scale : 1.0);
     }
-    return steps;
+    return scales;
 }
 
 // The weighted residuals sqrt(w_j) (y_j - y*_j) of the polishing model.
@@ -56,55 +59,61 @@ public:
         return true;
     }
 
+    // Keeps the residuals of the last point, which the solver's next
+    // Jacobian (at an accepted trial point) starts from.
     bool atPoint(const QVector<double> &x, QVector<double> &r) const
     {
         ++evaluations;
-        return residuals(m_input.evaluator.evaluatePoint(x).outputs, r);
+        m_lastX = x;
+        m_lastOk = residuals(m_input.evaluator.evaluatePoint(x).outputs, r);
+        m_lastResiduals = r;
+        return m_lastOk;
     }
 
-    // J = J_b G: central differences of the residuals in the model
-    // parameters b that move with x, chained with G = dg/dx. The generated
+    // J = J_b G: differences of the residuals in the model parameters b
+    // that move with x, chained with G = dg/dx. The generated
     // transformations evaluate "^" in single precision, so g(x) is a
     // staircase on the scale of float rounding of x: differences taken in x
     // would carry that noise into J and bias the point where the solver
     // stops. An error in G only rescales the columns of J and leaves that
-    // point (J_b^T r = 0) unchanged. The shifted points are evaluated in
-    // parallel.
-    bool jacobian(const QVector<double> &x, DoubleMatrix &j) const
+    // point (J_b^T r = 0) unchanged. Forward differences cost one evaluation
+    // per parameter, central ones two and are far more accurate. The
+    // shifted points are evaluated in parallel.
+    bool jacobian(const QVector<double> &x, DoubleMatrix &j, bool central) const
     {
         const ClusterEvaluator &evaluator = m_input.evaluator;
         const QVector<double> b = applyTransformation(evaluator.g, evaluator.parameterNames, x);
         const DoubleMatrix G = transformationJacobian(evaluator.g, evaluator.parameterNames, x);
         QVector<int> moving;
         QVector<double> steps;
+        if (!parameterSteps(b, G, central ? kCentralStep : kForwardStep, moving, steps))
+            return false;
+        QVector<double> base;
+        const bool cached = !central && m_lastOk && m_lastX == x;
+        if (!central && !cached && !atPoint(x, base))
+            return false;
+        if (cached)
+            base = m_lastResiduals;
         DoubleMatrix rows;
-        for (int a = 0; a < G.size(); ++a) {
-            double spread = 0, slope = 0;
-            for (int q = 0; q < x.size(); ++q) {
-                slope = std::max(slope, std::abs(G[a][q]));
-                spread += std::abs(G[a][q]) * 0.1 * domainWidth(q);
+        for (int f = 0; f < moving.size(); ++f) {
+            rows << b;
+            rows.last()[moving[f]] += steps[f];
+            if (central) {
+                rows << b;
+                rows.last()[moving[f]] -= steps[f];
             }
-            if (!std::isfinite(slope) || !std::isfinite(b.value(a, std::nan(""))))
-                return false;
-            if (slope == 0)
-                continue;
-            double step = kDifferenceStep * std::max(std::abs(b[a]), spread);
-            if (!(step > 0))
-                step = kDifferenceStep;
-            moving << a;
-            steps << step;
-            rows << b << b;
-            rows[rows.size() - 2][a] += step;
-            rows[rows.size() - 1][a] -= step;
         }
         const QVector<PointEvaluation> evaluated = evaluateInParallel(rows);
         j = DoubleMatrix(m_input.target.size(), QVector<double>(x.size(), 0.0));
-        QVector<double> plus, minus;
+        QVector<double> plus, minus = base;
+        const int stride = central ? 2 : 1;
         for (int f = 0; f < moving.size(); ++f) {
-            if (!residuals(evaluated[2 * f].outputs, plus) || !residuals(evaluated[2 * f + 1].outputs, minus))
+            if (!residuals(evaluated[stride * f].outputs, plus) ||
+                (central && !residuals(evaluated[2 * f + 1].outputs, minus)))
                 return false;
+            const double span = central ? 2 * steps[f] : steps[f];
             for (int row = 0; row < j.size(); ++row) {
-                const double slope = (plus[row] - minus[row]) / (2 * steps[f]);
+                const double slope = (plus[row] - minus[row]) / span;
                 for (int q = 0; q < x.size(); ++q)
                     j[row][q] += slope * G[moving[f]][q];
             }
@@ -115,6 +124,29 @@ public:
     mutable qint64 evaluations = 0;
 
 private:
+    // The parameters that move with x (a non-zero row of G) and their
+    // difference steps: relative to the parameter, or to the spread a tenth
+    // of the domain gives it near zero. False when b or G is not finite.
+    bool parameterSteps(const QVector<double> &b, const DoubleMatrix &G, double relative, QVector<int> &moving,
+                        QVector<double> &steps) const
+    {
+        for (int a = 0; a < G.size(); ++a) {
+            double spread = 0, slope = 0;
+            for (int q = 0; q < G[a].size(); ++q) {
+                slope = std::max(slope, std::abs(G[a][q]));
+                spread += std::abs(G[a][q]) * 0.1 * domainWidth(q);
+            }
+            if (!std::isfinite(slope) || !std::isfinite(b.value(a, std::nan(""))))
+                return false;
+            if (slope == 0)
+                continue;
+            const double step = relative * std::max(std::abs(b[a]), spread);
+            moving << a;
+            steps << (step > 0 ? step : relative);
+        }
+        return true;
+    }
+
     double domainWidth(int q) const
     {
         const double width = std::abs(m_input.domainUpper.value(q, 0.0) - m_input.domainLower.value(q, 0.0));
@@ -133,6 +165,8 @@ private:
     }
 
     const PolishInput &m_input;
+    mutable QVector<double> m_lastX, m_lastResiduals;
+    mutable bool m_lastOk = false;
 };
 
 struct GroupStart {
@@ -171,6 +205,10 @@ QVector<GroupStart> groupStarts(const DoubleMatrix &X, const QVector<double> &ss
     return starts;
 }
 
+// Levenberg-Marquardt with forward-difference Jacobians from the group's
+// best point, then with central differences from where that stopped: the
+// cheap Jacobians bring the point near the minimum, the accurate ones settle
+// it and give the Jacobian of the standard errors.
 PolishedMinimiser polishGroup(const PolishInput &input, const WeightedResiduals &residuals,
                               const GroupStart &start)
 {
@@ -184,20 +222,33 @@ PolishedMinimiser polishGroup(const PolishInput &input, const WeightedResiduals 
     problem.residuals = [&residuals](const QVector<double> &x, QVector<double> &r) {
         return residuals.atPoint(x, r);
     };
-    problem.jacobian = [&residuals](const QVector<double> &x, DoubleMatrix &j) { return residuals.jacobian(x, j); };
+    bool central = false;
+    problem.jacobian = [&residuals, &central](const QVector<double> &x, DoubleMatrix &j) {
+        return residuals.jacobian(x, j, central);
+    };
     problem.stopRequested = [&input]() { return input.stop && input.stop->load(); };
     const QVector<double> &x0 = input.X[start.row];
-    problem.scale = differenceSteps(x0, input.domainLower, input.domainUpper);
-    for (double &s : problem.scale)
-        s /= kDifferenceStep;
-    minimiser.fit = levenbergMarquardt(problem, x0, input.solver);
-    if (!minimiser.fit.x.isEmpty()) {
-        minimiser.evaluation = input.evaluator.evaluatePoint(minimiser.fit.x);
-        ++residuals.evaluations;
-        const DoubleMatrix g = transformationJacobian(input.evaluator.g, input.evaluator.parameterNames,
-                                                      minimiser.fit.x);
-        minimiser.uncertainty = asymptoticUncertainty(minimiser.fit.jacobian, minimiser.fit.ssr, g);
+    problem.scale = coordinateScales(x0, input.domainLower, input.domainUpper);
+    const LeastSquaresResult forward = levenbergMarquardt(problem, x0, input.solver);
+    if (forward.x.isEmpty() || forward.stop == LeastSquaresStop::Stopped) {
+        minimiser.fit = forward;
+        return minimiser;
     }
+    central = true;
+    LeastSquaresSettings settling = input.solver;
+    settling.maxIterations = kCentralIterations;
+    minimiser.fit = levenbergMarquardt(problem, forward.x, settling);
+    if (minimiser.fit.x.isEmpty() && minimiser.fit.stop != LeastSquaresStop::Stopped)
+        minimiser.fit = forward; // the central differences failed: keep the first result
+    minimiser.fit.startSsr = forward.startSsr;
+    minimiser.fit.iterations += forward.iterations;
+    if (minimiser.fit.x.isEmpty())
+        return minimiser;
+    minimiser.evaluation = input.evaluator.evaluatePoint(minimiser.fit.x);
+    ++residuals.evaluations;
+    const DoubleMatrix g = transformationJacobian(input.evaluator.g, input.evaluator.parameterNames,
+                                                  minimiser.fit.x);
+    minimiser.uncertainty = asymptoticUncertainty(minimiser.fit.jacobian, minimiser.fit.ssr, g);
     return minimiser;
 }
 
