@@ -226,7 +226,7 @@ PolishedMinimiser polishGroup(const PolishInput &input, const WeightedResiduals 
     problem.jacobian = [&residuals, &central](const QVector<double> &x, DoubleMatrix &j) {
         return residuals.jacobian(x, j, central);
     };
-    problem.stopRequested = [&input]() { return input.stop && input.stop->load(); };
+    problem.stopRequested = input.stopRequested;
     const QVector<double> &x0 = input.X[start.row];
     problem.scale = coordinateScales(x0, input.domainLower, input.domainUpper);
     const LeastSquaresResult forward = levenbergMarquardt(problem, x0, input.solver);
@@ -277,7 +277,7 @@ PolishOutcome polishMinimisers(const PolishInput &input)
     outcome.groups = starts.size();
     const WeightedResiduals residuals(input);
     for (const GroupStart &start : starts) {
-        if (input.stop && input.stop->load()) {
+        if (input.stopRequested && input.stopRequested()) {
             outcome.stopped = true;
             break;
         }
@@ -380,7 +380,7 @@ PolishInput polishInput(const ambrel_method &engine)
     input.weights = engine.currentWeights();
     input.domainLower = engine.domainLower;
     input.domainUpper = engine.domainUpper;
-    input.stop = &engine.abortASAP;
+    input.stopRequested = [&engine]() { return engine.abortASAP.load(); };
     return input;
 }
 

@@ -7,7 +7,7 @@
 #include <QStringList>
 #include <QVector>
 
-#include <atomic>
+#include <functional>
 
 class ambrel_method;
 
@@ -31,7 +31,9 @@ struct PolishInput {
     QVector<double> target;  // observed values
     QVector<double> weights; // one per observation; empty: all 1
     QVector<double> domainLower, domainUpper;
-    const std::atomic<bool> *stop = nullptr; // checked before every evaluation
+    // Asked before every evaluation; true stops the stage (the groups
+    // finished so far are kept).
+    std::function<bool()> stopRequested;
     LeastSquaresSettings solver;
 };
 

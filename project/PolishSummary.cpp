@@ -32,8 +32,10 @@ QStringList parameterRows(const PolishSummaryBlock &block)
         const double se = block.standardErrors.value(a, std::nan(""));
         QStringList cells{block.parameterNames[a], exact(block.estimates.value(a, std::nan(""))),
                           std::isnan(se) ? QStringLiteral("not identifiable") : exact(se)};
-        for (int b = 0; b < block.parameterNames.size(); ++b)
-            cells << QString::number(block.correlation.value(a).value(b, std::nan("")), 'g', 6);
+        for (int b = 0; b < block.parameterNames.size(); ++b) {
+            const double r = block.correlation.value(a).value(b, std::nan(""));
+            cells << (std::isnan(r) ? QStringLiteral("NaN") : QString::number(r, 'g', 6));
+        }
         rows << cells.join(QLatin1Char(','));
     }
     return rows;
