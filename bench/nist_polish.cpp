@@ -76,7 +76,8 @@ RunSummary runProblem(const ProjectModel &project, const RunSettings &settings)
     ambrel_method engine;
     configureEngine(engine, project, settings);
     std::mt19937_64 generator(*settings.seed);
-    engine.result.X << sampleInitialCluster(projectSearchDomain(project), settings.initialClusterPoints, generator);
+    engine.result.X << sampleInitialCluster(projectSearchDomain(project), settings.initialClusterPoints,
+                                            generator);
     QElapsedTimer timer;
     timer.start();
     engine.run();
@@ -94,7 +95,8 @@ RunSummary runProblem(const ProjectModel &project, const RunSettings &settings)
     return summary;
 }
 
-void report(const QString &name, const Certified &certified, const ProjectModel &project, const RunSummary &run)
+void report(const QString &name, const Certified &certified, const ProjectModel &project,
+            const RunSummary &run)
 {
     const QStringList &names = project.system.parameterNames;
     const PolishedMinimiser *best = nullptr;
@@ -109,13 +111,14 @@ void report(const QString &name, const Certified &certified, const ProjectModel 
         std::printf("none\n");
         return;
     }
-    std::printf("SSR %.2e par %.2e sd %.2e cond %.3g, %d it, %s | polish %.2f of %.2f s (%.1f %%)\n",
-                relative(best->fit.ssr, certified.rss),
-                largestError(names, best->evaluation.parameters, certified, certified.parameters),
-                largestError(names, best->uncertainty.parameterStandardErrors, certified, certified.deviations),
-                best->uncertainty.conditionNumber, best->fit.iterations,
-                qPrintable(leastSquaresStopText(best->fit.stop)), run.polishSeconds, run.runSeconds,
-                100.0 * run.polishSeconds / run.runSeconds);
+    std::printf(
+            "SSR %.2e par %.2e sd %.2e cond %.3g, %d it, %s | polish %.2f of %.2f s (%.1f %%)\n",
+            relative(best->fit.ssr, certified.rss),
+            largestError(names, best->evaluation.parameters, certified, certified.parameters),
+            largestError(names, best->uncertainty.parameterStandardErrors, certified, certified.deviations),
+            best->uncertainty.conditionNumber, best->fit.iterations,
+            qPrintable(leastSquaresStopText(best->fit.stop)), run.polishSeconds, run.runSeconds,
+            100.0 * run.polishSeconds / run.runSeconds);
 }
 
 } // namespace

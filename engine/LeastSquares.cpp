@@ -106,7 +106,8 @@ double relativeOffset(const gsl_multifit_nlinear_workspace *w)
     gsl_matrix_memcpy(qr, w->J);
     gsl_vector_memcpy(projected, w->f);
     double inside = 0, outside = 0;
-    if (gsl_linalg_QR_decomp(qr, tau) == GSL_SUCCESS && gsl_linalg_QR_QTvec(qr, tau, projected) == GSL_SUCCESS)
+    if (gsl_linalg_QR_decomp(qr, tau) == GSL_SUCCESS &&
+        gsl_linalg_QR_QTvec(qr, tau, projected) == GSL_SUCCESS)
         for (std::size_t j = 0; j < m; ++j) {
             const double v = gsl_vector_get(projected, j);
             (j < p ? inside : outside) += v * v;

@@ -8,8 +8,8 @@
 #include <functional>
 
 // Bounded-iteration Levenberg-Marquardt on a nonlinear least-squares problem
-// min_x sum_j r_j(x)^2, by GSL's trust-region solver. The residuals and their Jacobian come from the caller, who
-// may evaluate the Jacobian's columns in parallel.
+// min_x sum_j r_j(x)^2, by GSL's trust-region solver. The residuals and their Jacobian come from the caller,
+// who may evaluate the Jacobian's columns in parallel.
 struct LeastSquaresProblem {
     int residualCount = 0;
     // The residuals at x; false when they cannot be computed there (a failed

@@ -127,8 +127,8 @@ private:
     // The parameters that move with x (a non-zero row of G) and their
     // difference steps: relative to the parameter, or to the spread a tenth
     // of the domain gives it near zero. False when b or G is not finite.
-    bool parameterSteps(const QVector<double> &b, const DoubleMatrix &G, double relative, QVector<int> &moving,
-                        QVector<double> &steps) const
+    bool parameterSteps(const QVector<double> &b, const DoubleMatrix &G, double relative,
+                        QVector<int> &moving, QVector<double> &steps) const
     {
         for (int a = 0; a < G.size(); ++a) {
             double spread = 0, slope = 0;
@@ -158,10 +158,9 @@ private:
         evaluations += parameterRows.size();
         const ClusterEvaluator &evaluator = m_input.evaluator;
         return QtConcurrent::blockingMapped(
-                parameterRows, std::function<PointEvaluation(const QVector<double> &)>(
-                                       [&evaluator](const QVector<double> &b) {
-                                           return evaluator.evaluateParameters(b);
-                                       }));
+                parameterRows,
+                std::function<PointEvaluation(const QVector<double> &)>(
+                        [&evaluator](const QVector<double> &b) { return evaluator.evaluateParameters(b); }));
     }
 
     const PolishInput &m_input;
@@ -246,8 +245,8 @@ PolishedMinimiser polishGroup(const PolishInput &input, const WeightedResiduals 
         return minimiser;
     minimiser.evaluation = input.evaluator.evaluatePoint(minimiser.fit.x);
     ++residuals.evaluations;
-    const DoubleMatrix g = transformationJacobian(input.evaluator.g, input.evaluator.parameterNames,
-                                                  minimiser.fit.x);
+    const DoubleMatrix g =
+            transformationJacobian(input.evaluator.g, input.evaluator.parameterNames, minimiser.fit.x);
     minimiser.uncertainty = asymptoticUncertainty(minimiser.fit.jacobian, minimiser.fit.ssr, g);
     return minimiser;
 }
@@ -366,6 +365,12 @@ QVector<PolishSummaryBlock> summaryBlocks(const PolishOutcome &outcome, const QS
 }
 
 } // namespace
+
+bool endsWithPolishedIteration(const compResult &result)
+{
+    const int k = result.X.size() - 1;
+    return k >= 1 && result.X[k].size() != result.X[k - 1].size();
+}
 
 PolishInput polishInput(const ambrel_method &engine)
 {

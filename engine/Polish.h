@@ -3,6 +3,7 @@
 #include "analysis/Uncertainty.h"
 #include "engine/ClusterEvaluation.h"
 #include "engine/LeastSquares.h"
+#include "project/compResult.h"
 
 #include <QStringList>
 #include <QVector>
@@ -68,6 +69,10 @@ QStringList polishLogLines(const PolishOutcome &outcome);
 // target, current weights and domain; its abort flag as the stop flag); no
 // points when the record holds no iteration with SSR.
 PolishInput polishInput(const ambrel_method &engine);
+
+// True when the record's newest iteration holds polished minimisers (its row
+// count differs from the iteration before it).
+bool endsWithPolishedIteration(const compResult &result);
 
 // Runs the stage on a finished run of the engine: polishes its last iteration,
 // appends the minimisers as one more iteration of the record (one row each,

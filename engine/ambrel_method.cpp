@@ -109,6 +109,10 @@ RunOutcome ambrel_method::run()
 
 RunOutcome ambrel_method::rerun()
 {
+    // A record that ends with the polished minimisers restarts from the
+    // last Stage 2 iteration (engine/Polish.h).
+    if (endsWithPolishedIteration(result))
+        result.truncateHistories(result.X.size() - 1);
     return run_3(std::max(0, result.X.size() - 1));
 }
 

@@ -24,7 +24,8 @@ QString row(const QString &label, const QString &value)
 
 QStringList parameterRows(const PolishSummaryBlock &block)
 {
-    QStringList header{QStringLiteral("Parameter"), QStringLiteral("Estimate"), QStringLiteral("Standard error")};
+    QStringList header{QStringLiteral("Parameter"), QStringLiteral("Estimate"),
+                       QStringLiteral("Standard error")};
     for (const QString &name : block.parameterNames)
         header << QStringLiteral("Correlation with ") + name;
     QStringList rows{header.join(QLatin1Char(','))};
@@ -57,7 +58,8 @@ QStringList polishSummaryLines(const QVector<PolishSummaryBlock> &blocks)
         lines << row(QStringLiteral("Minimiser"), QString::number(block.minimiser))
               << row(QStringLiteral("Group"), QString::number(block.group))
               << row(QStringLiteral("Points in group"), QString::number(block.groupSize))
-              << row(QStringLiteral("Start SSR"), exact(block.startSsr)) << row(QStringLiteral("SSR"), exact(block.ssr))
+              << row(QStringLiteral("Start SSR"), exact(block.startSsr))
+              << row(QStringLiteral("SSR"), exact(block.ssr))
               << row(QStringLiteral("Iterations"), QString::number(block.iterations))
               << row(QStringLiteral("Stop"), block.stopReason)
               << row(QStringLiteral("Degrees of freedom"), QString::number(block.degreesOfFreedom))

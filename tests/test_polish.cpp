@@ -39,8 +39,8 @@ ProjectModel regressionProject(const QStringList &names, const QString &formula,
     StringMatrix observations;
     for (int j = 0; j < kTimes.size(); ++j)
         observations << QStringList{QString::number(kTimes[j]), formula, QString::number(y[j], 'g', 17), ""};
-    return buildProject("dzdt = 0*(" + signs.join("+") + ")", specification, g.join("\n"), gInverse.join("\n"),
-                        {{"0", "z", "0", "0"}}, observations);
+    return buildProject("dzdt = 0*(" + signs.join("+") + ")", specification, g.join("\n"),
+                        gInverse.join("\n"), {{"0", "z", "0", "0"}}, observations);
 }
 
 // The polishing input of a project for the given last iteration.
@@ -176,8 +176,8 @@ void PolishTest::standardErrorsOfALinearModel()
 void PolishTest::singularJacobianIsNotIdentifiable()
 {
     using Status = AsymptoticUncertainty::Status;
-    const AsymptoticUncertainty direct =
-            asymptoticUncertainty({{1, 2, 1}, {2, 4, 0}, {3, 6, 1}, {4, 8, 0}}, 1.0, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}});
+    const AsymptoticUncertainty direct = asymptoticUncertainty({{1, 2, 1}, {2, 4, 0}, {3, 6, 1}, {4, 8, 0}},
+                                                               1.0, {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}});
     QCOMPARE(direct.status, Status::Singular);
     QCOMPARE(direct.parameterIdentifiable, (QVector<bool>{false, false, true}));
     QVERIFY(std::isnan(direct.parameterStandardErrors[0]) && std::isnan(direct.parameterStandardErrors[1]));
@@ -248,11 +248,11 @@ void PolishTest::runStoresThePolishedMinimisers()
 {
     StringMatrix observations;
     for (double t : {0.5, 1.0, 2.0, 4.0})
-        observations << QStringList{QString::number(t), "A/V", QString::number(10 * std::exp(-0.7 * t) / 2, 'g', 17),
-                                    ""};
-    const ProjectModel project =
-            buildProject("dAdt = -k*A + 0*SIGN(V)", {{"0.1", "3", "0", ""}, {"0.5", "5", "0", ""}},
-                         "V=10^(x1)\nk=10^(x2)", "x1=LOG10(V)\nx2=LOG10(k)", {{"0", "A", "10", "0"}}, observations);
+        observations << QStringList{QString::number(t), "A/V",
+                                    QString::number(10 * std::exp(-0.7 * t) / 2, 'g', 17), ""};
+    const ProjectModel project = buildProject(
+            "dAdt = -k*A + 0*SIGN(V)", {{"0.1", "3", "0", ""}, {"0.5", "5", "0", ""}}, "V=10^(x1)\nk=10^(x2)",
+            "x1=LOG10(V)\nx2=LOG10(k)", {{"0", "A", "10", "0"}}, observations);
     QVERIFY2(project.isValid(), qPrintable(problemsOf(project)));
     QTemporaryDir dir;
     ambrel_method engine;
@@ -269,27 +269,37 @@ void PolishTest::runStoresThePolishedMinimisers()
     const RunOutcome outcome = engine.run();
 
     QCOMPARE(outcome.status, RunOutcome::Status::Finished);
-    const compResult &result = engine.result;
+    const compResult result = engine.result;
     QCOMPARE(result.iterationCount(), 11);
     QCOMPARE(result.SSR.size(), 11);
     const int best = result.sortIndex.first();
     QVERIFY(result.SSR.last()[best] < 1e-14);
     QVERIFY(closeTo(result.Parameter.last()[best], QVector<double>{2.0, 0.7}, 1e-5));
     QCOMPARE(result.solutions.size(), result.X.last().size());
-    QVERIFY(result.log.filter(QRegularExpression("^Polish: group 1 \\(\\d+ points\\): start SSR .*, final SSR .*, "
-                                                 "\\d+ iterations, .+$"))
+    QVERIFY(result.log
+                    .filter(QRegularExpression(
+                            "^Polish: group 1 \\(\\d+ points\\): start SSR .*, final SSR .*, "
+                            "\\d+ iterations, .+$"))
                     .size() == 1);
+
+    // A restart repeats the last Stage 2 iteration and polishes again.
+    QVERIFY(endsWithPolishedIteration(engine.result));
+    QCOMPARE(engine.rerun().status, RunOutcome::Status::Finished);
+    QCOMPARE(engine.result.iterationCount(), 11);
+    QCOMPARE(engine.result.log.filter(QRegularExpression("^Polish: group 1 ")).size(), 2);
 
     compResult reloaded;
     QVERIFY(loadResult(dir.path(), reloaded));
     QCOMPARE(reloaded.iterationCount(), 11);
     QCOMPARE(reloaded.X.last().size(), result.X.last().size());
-    const QString summary = QString::fromUtf8(fileContent(resultFilePath(dir.path(), polishSummaryFileName())));
+    const QString summary =
+            QString::fromUtf8(fileContent(resultFilePath(dir.path(), polishSummaryFileName())));
     QVERIFY(summary.startsWith("Minimiser,1\nGroup,1\n"));
     const QStringList rowV = summary.split('\n').filter(QRegularExpression("^V,"));
     QCOMPARE(rowV.size(), result.X.last().size()); // one block per minimiser
-    QVERIFY(std::any_of(rowV.begin(), rowV.end(),
-                        [](const QString &row) { return closeTo(row.split(',').value(1).toDouble(), 2.0, 1e-5); }));
+    QVERIFY(std::any_of(rowV.begin(), rowV.end(), [](const QString &row) {
+        return closeTo(row.split(',').value(1).toDouble(), 2.0, 1e-5);
+    }));
 }
 
 void PolishTest::certifiedProblems_data()
@@ -305,7 +315,8 @@ void PolishTest::certifiedProblems()
     QFETCH(QString, name);
     const QJsonObject certified = certifiedValues(name);
     QVERIFY(!certified.isEmpty());
-    const ProjectModel project = loadProjectModel(QStringLiteral(AMBREL_EXAMPLES_DIR "/nist/") + name + "/project");
+    const ProjectModel project =
+            loadProjectModel(QStringLiteral(AMBREL_EXAMPLES_DIR "/nist/") + name + "/project");
     QVERIFY2(project.isValid(), qPrintable(problemsOf(project)));
     ambrel_method engine;
     RunSettings settings;
@@ -313,7 +324,8 @@ void PolishTest::certifiedProblems()
     settings.integratorMessages = nullptr;
     configureEngine(engine, project, settings);
     std::mt19937_64 generator(1);
-    engine.result.X << sampleInitialCluster(projectSearchDomain(project), settings.initialClusterPoints, generator);
+    engine.result.X << sampleInitialCluster(projectSearchDomain(project), settings.initialClusterPoints,
+                                            generator);
     engine.run();
     const PolishOutcome outcome = polishMinimisers(polishInput(engine));
     QVERIFY(!outcome.minimisers.isEmpty());
