@@ -16,12 +16,32 @@ namespace {
 // that the norms stay finite.
 const double kFailedResidual = 1e100;
 
+// A trial step that moves no coordinate by more than this times its scale
+// cannot lower the SSR by anything that matters: the solver has stalled.
+const double kStalledStep = 1e-8;
+
 struct Context {
     const LeastSquaresProblem *problem = nullptr;
     LeastSquaresResult *result = nullptr;
+    const gsl_multifit_nlinear_workspace *w = nullptr; // set once initialised
     bool firstCall = true;
     bool stopped = false;
     bool failed = false;
+    bool stalled = false;
+
+    // The solver's trial points after the start differ from its current
+    // point by the trial step.
+    bool stalledAt(const gsl_vector *x)
+    {
+        if (!w)
+            return false;
+        for (std::size_t q = 0; q < x->size; ++q)
+            if (std::abs(gsl_vector_get(x, q) - gsl_vector_get(w->x, q)) >
+                kStalledStep * problem->scale.value(int(q), 1.0))
+                return false;
+        stalled = true;
+        return true;
+    }
 
     bool stopRequested()
     {
@@ -49,7 +69,7 @@ bool allFinite(const QVector<double> &values)
 int residualsCallback(const gsl_vector *x, void *params, gsl_vector *f)
 {
     Context &context = *static_cast<Context *>(params);
-    if (context.stopRequested())
+    if (context.stopRequested() || context.stalledAt(x))
         return GSL_EBADFUNC;
     ++context.result->residualEvaluations;
     QVector<double> r;
@@ -138,6 +158,8 @@ LeastSquaresStop iterate(gsl_multifit_nlinear_workspace *w, Context &context,
         const int status = gsl_multifit_nlinear_iterate(w);
         if (context.stopped)
             return LeastSquaresStop::Stopped;
+        if (context.stalled)
+            return LeastSquaresStop::NoProgress;
         if (context.failed || (status != GSL_SUCCESS && status != GSL_ENOPROG))
             return LeastSquaresStop::EvaluationFailed;
         if (status == GSL_ENOPROG)
@@ -220,6 +242,7 @@ LeastSquaresResult levenbergMarquardt(const LeastSquaresProblem &problem, const 
         return result;
     }
     result.startSsr = sumOfSquares(w->f);
+    context.w = w.get();
     result.stop = iterate(w.get(), context, settings);
     result.x = toQVector(w->x);
     result.residuals = toQVector(w->f);

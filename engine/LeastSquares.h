@@ -39,7 +39,7 @@ struct LeastSquaresSettings {
 enum class LeastSquaresStop {
     Converged,        // relative offset below its tolerance
     SmallStep,        // the last step was negligible
-    NoProgress,       // no trial step lowered the SSR any more
+    NoProgress,       // no trial step lowered the SSR any more, or trial steps became negligible
     IterationLimit,   // maxIterations reached
     EvaluationFailed, // the residuals at the start or a Jacobian failed
     Stopped,          // stopRequested

@@ -18,9 +18,12 @@ namespace {
 // Relative difference steps in the model parameters.
 const double kForwardStep = 1e-5;
 const double kCentralStep = 1e-3;
-// Polishing iterations with central differences after those with forward
-// differences.
-const int kCentralIterations = 20;
+// The iterations with forward differences end once the relative offset is
+// below kNearOffset (near the minimum for their accuracy); those with central
+// differences settle the point.
+const int kForwardIterations = 40;
+const double kNearOffset = 1e-3;
+const int kCentralIterations = 10;
 
 // The typical size of a coordinate's moves: its size, or a tenth of its
 // domain width near zero.
@@ -228,13 +231,16 @@ PolishedMinimiser polishGroup(const PolishInput &input, const WeightedResiduals 
     problem.stopRequested = input.stopRequested;
     const QVector<double> &x0 = input.X[start.row];
     problem.scale = coordinateScales(x0, input.domainLower, input.domainUpper);
-    const LeastSquaresResult forward = levenbergMarquardt(problem, x0, input.solver);
+    LeastSquaresSettings approach;
+    approach.maxIterations = kForwardIterations;
+    approach.relativeOffset = kNearOffset;
+    const LeastSquaresResult forward = levenbergMarquardt(problem, x0, approach);
     if (forward.x.isEmpty() || forward.stop == LeastSquaresStop::Stopped) {
         minimiser.fit = forward;
         return minimiser;
     }
     central = true;
-    LeastSquaresSettings settling = input.solver;
+    LeastSquaresSettings settling;
     settling.maxIterations = kCentralIterations;
     minimiser.fit = levenbergMarquardt(problem, forward.x, settling);
     if (minimiser.fit.x.isEmpty() && minimiser.fit.stop != LeastSquaresStop::Stopped)
@@ -395,7 +401,15 @@ void runPolishStage(ambrel_method &engine)
     const PolishInput input = polishInput(engine);
     if (input.X.isEmpty())
         return;
-    const PolishOutcome outcome = polishMinimisers(input);
+    PolishOutcome outcome;
+    try {
+        outcome = polishMinimisers(input);
+    } catch (...) {
+        // The cluster's iterations stay as they are.
+        qDebug() << "polishing failed";
+        result.log << QStringLiteral("Polish: failed");
+        return;
+    }
 
     for (const QString &line : polishLogLines(outcome)) {
         qDebug().noquote() << line;

@@ -35,7 +35,6 @@ struct PolishInput {
     // Asked before every evaluation; true stops the stage (the groups
     // finished so far are kept).
     std::function<bool()> stopRequested;
-    LeastSquaresSettings solver;
 };
 
 struct PolishedMinimiser {
