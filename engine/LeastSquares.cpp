@@ -8,6 +8,7 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <mutex>
 
 namespace {
 
@@ -205,8 +206,9 @@ LeastSquaresResult levenbergMarquardt(const LeastSquaresProblem &problem, const 
                                       const LeastSquaresSettings &settings)
 {
     // GSL's default handler aborts the program on an error; its status
-    // codes are handled here instead.
-    gsl_set_error_handler_off();
+    // codes are handled here instead. Set once: solves may run side by side.
+    static std::once_flag handlerOff;
+    std::call_once(handlerOff, []() { gsl_set_error_handler_off(); });
     LeastSquaresResult result;
     const std::size_t m = std::size_t(problem.residualCount), p = std::size_t(start.size());
     if (m < p || p == 0)

@@ -42,8 +42,11 @@ QVector<double> coordinateScales(const QVector<double> &x, const QVector<double>
 // The weighted residuals sqrt(w_j) (y_j - y*_j) of the polishing model.
 class WeightedResiduals {
 public:
-    explicit WeightedResiduals(const PolishInput &input)
+    // parallel: evaluate the shifted points of a Jacobian on the thread pool
+    // (otherwise one after the other, when the groups run side by side).
+    WeightedResiduals(const PolishInput &input, bool parallel)
         : m_input(input)
+        , m_parallel(parallel)
     {
     }
 
@@ -106,7 +109,7 @@ public:
                 rows.last()[moving[f]] -= steps[f];
             }
         }
-        const QVector<PointEvaluation> evaluated = evaluateInParallel(rows);
+        const QVector<PointEvaluation> evaluated = evaluateRows(rows);
         j = DoubleMatrix(m_input.target.size(), QVector<double>(x.size(), 0.0));
         QVector<double> plus, minus = base;
         const int stride = central ? 2 : 1;
@@ -156,10 +159,16 @@ private:
         return std::isfinite(width) ? width : 0.0;
     }
 
-    QVector<PointEvaluation> evaluateInParallel(const DoubleMatrix &parameterRows) const
+    QVector<PointEvaluation> evaluateRows(const DoubleMatrix &parameterRows) const
     {
         evaluations += parameterRows.size();
         const ClusterEvaluator &evaluator = m_input.evaluator;
+        if (!m_parallel) {
+            QVector<PointEvaluation> evaluated;
+            for (const QVector<double> &b : parameterRows)
+                evaluated << evaluator.evaluateParameters(b);
+            return evaluated;
+        }
         return QtConcurrent::blockingMapped(
                 parameterRows,
                 std::function<PointEvaluation(const QVector<double> &)>(
@@ -167,6 +176,7 @@ private:
     }
 
     const PolishInput &m_input;
+    const bool m_parallel;
     mutable QVector<double> m_lastX, m_lastResiduals;
     mutable bool m_lastOk = false;
 };
@@ -280,21 +290,40 @@ PolishOutcome polishMinimisers(const PolishInput &input)
     PolishOutcome outcome;
     const QVector<GroupStart> starts = groupStarts(input.X, input.ssr, outcome.finitePoints);
     outcome.groups = starts.size();
-    const WeightedResiduals residuals(input);
-    for (const GroupStart &start : starts) {
-        if (input.stopRequested && input.stopRequested()) {
-            outcome.stopped = true;
-            break;
+    // Several groups keep the threads busier side by side, each evaluating
+    // its points in turn, than one after the other with parallel Jacobians
+    // and sequential trial points.
+    const bool sideBySide = input.groupsSideBySide && starts.size() > 1;
+    const std::function<PolishedMinimiser(const GroupStart &)> polish =
+            [&input, sideBySide](const GroupStart &start) {
+                if (input.stopRequested && input.stopRequested()) {
+                    PolishedMinimiser stopped;
+                    stopped.fit.stop = LeastSquaresStop::Stopped;
+                    return stopped;
+                }
+                const WeightedResiduals residuals(input, !sideBySide);
+                PolishedMinimiser minimiser = polishGroup(input, residuals, start);
+                minimiser.modelEvaluations = residuals.evaluations;
+                return minimiser;
+            };
+    QVector<PolishedMinimiser> polished;
+    if (sideBySide) {
+        polished = QtConcurrent::blockingMapped(starts, polish);
+    } else {
+        for (const GroupStart &start : starts) {
+            polished << polish(start);
+            if (polished.last().fit.stop == LeastSquaresStop::Stopped)
+                break;
         }
-        PolishedMinimiser minimiser = polishGroup(input, residuals, start);
-        if (minimiser.fit.stop == LeastSquaresStop::Stopped) {
+    }
+    // The groups finished before a stop are kept; those in progress are not.
+    for (const PolishedMinimiser &minimiser : polished) {
+        outcome.modelEvaluations += minimiser.modelEvaluations;
+        if (minimiser.fit.stop == LeastSquaresStop::Stopped)
             outcome.stopped = true;
-            break;
-        }
-        if (!minimiser.fit.x.isEmpty())
+        else if (!minimiser.fit.x.isEmpty())
             outcome.minimisers << minimiser;
     }
-    outcome.modelEvaluations = residuals.evaluations;
     outcome.seconds = double(timer.nsecsElapsed()) * 1e-9;
     return outcome;
 }

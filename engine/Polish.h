@@ -35,6 +35,11 @@ struct PolishInput {
     // Asked before every evaluation; true stops the stage (the groups
     // finished so far are kept).
     std::function<bool()> stopRequested;
+    // Polish several groups side by side on the thread pool (each evaluating
+    // its points in turn); otherwise one after the other, each Jacobian's
+    // points in parallel. Side by side, a stop drops every group in
+    // progress.
+    bool groupsSideBySide = true;
 };
 
 struct PolishedMinimiser {
@@ -44,6 +49,7 @@ struct PolishedMinimiser {
     LeastSquaresResult fit;
     PointEvaluation evaluation; // at the polished x (tight tolerance)
     AsymptoticUncertainty uncertainty;
+    qint64 modelEvaluations = 0;
 };
 
 struct PolishOutcome {

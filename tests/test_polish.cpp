@@ -224,6 +224,7 @@ void PolishTest::stopKeepsTheFinishedGroups()
     };
     ambrel_method alone;
     PolishInput input = inputFor(alone, project, first);
+    input.groupsSideBySide = false;
     input.stopRequested = counting;
     QCOMPARE(polishMinimisers(input).minimisers.size(), 1);
     const int firstGroupCalls = calls;
@@ -231,6 +232,15 @@ void PolishTest::stopKeepsTheFinishedGroups()
     ambrel_method engine;
     input = inputFor(engine, project, first + second);
     input.ssr = {1, 1, 1, 2, 2, 2}; // the first group holds the best point
+    // Side by side or one after the other, the groups give the same minimisers.
+    const PolishOutcome together = polishMinimisers(input);
+    input.groupsSideBySide = false;
+    const PolishOutcome inTurn = polishMinimisers(input);
+    QCOMPARE(together.minimisers.size(), 2);
+    QCOMPARE(inTurn.minimisers.size(), 2);
+    for (int g = 0; g < 2; ++g)
+        QCOMPARE(together.minimisers[g].fit.x, inTurn.minimisers[g].fit.x);
+
     calls = 0;
     input.stopRequested = [&calls, firstGroupCalls]() { return ++calls > firstGroupCalls; };
     const PolishOutcome outcome = polishMinimisers(input);
