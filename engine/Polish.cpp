@@ -440,6 +440,8 @@ void runPolishStage(ambrel_method &engine)
         return;
     }
 
+    // The run's count of integrated rows includes the stage's.
+    engine.evaluator.evaluatedRows += outcome.modelEvaluations;
     for (const QString &line : polishLogLines(outcome)) {
         qDebug().noquote() << line;
         result.log << line;

@@ -13,6 +13,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -103,6 +104,7 @@ private slots:
     void singularJacobianIsNotIdentifiable();
     void stopKeepsTheFinishedGroups();
     void runStoresThePolishedMinimisers();
+    void batchToolPrintsTheMinimisers();
     void certifiedProblems_data();
     void certifiedProblems();
 };
@@ -310,6 +312,27 @@ void PolishTest::runStoresThePolishedMinimisers()
     QVERIFY(std::any_of(rowV.begin(), rowV.end(), [](const QString &row) {
         return closeTo(row.split(',').value(1).toDouble(), 2.0, 1e-5);
     }));
+}
+
+// ambrel-batch run --polish: the "Polish:" lines as the progress of the last
+// stage, the summary blocks after the best point.
+void PolishTest::batchToolPrintsTheMinimisers()
+{
+    QTemporaryDir dir;
+    const QString folder = copyExample(dir, "oral-absorption");
+    QProcess batch;
+    batch.start(AMBREL_BATCH, {"run", folder, "--polish", "--seed", "2", "--stage1-iterations", "6",
+                               "--stage2-iterations", "1", "--points", "40"});
+    QVERIFY(batch.waitForFinished(60000));
+    const QString out = QString::fromUtf8(batch.readAllStandardOutput());
+    QCOMPARE(batch.exitCode(), 0);
+    QVERIFY2(out.contains(QRegularExpression("\\nPolish: group 1 \\(\\d+ points\\): start SSR")),
+             qPrintable(out));
+    QVERIFY(out.indexOf("Best sum of squares") <
+            out.indexOf("Polished minimisers (compResult/polish_summary.csv):"));
+    QVERIFY(out.contains(
+            QRegularExpression("\\n  Parameter +Estimate +Standard error +Correlation with CL")));
+    QVERIFY(QFile::exists(folder + "/compResult/X_7.csv"));
 }
 
 void PolishTest::certifiedProblems_data()
