@@ -4,6 +4,8 @@
 #include "engine/ambrel_method.h"
 #include "project/ProjectModel.h"
 
+#include <gsl/gsl_linalg.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -30,54 +32,106 @@ bool allFinite(const DoubleMatrix &m, int columns)
     return true;
 }
 
-// Inverse of a symmetric positive definite matrix by its Cholesky factor;
-// empty when a pivot is not clearly positive (relative to the diagonal).
-DoubleMatrix choleskyInverse(const DoubleMatrix &a)
+// The singular value decomposition J = U S V^T of an m x p matrix (m >= p)
+// by one-sided Jacobi rotations (accurate small singular values).
+struct SingularValues {
+    QVector<double> values; // descending
+    DoubleMatrix v;         // p x p, columns are the right singular vectors
+};
+
+SingularValues singularValues(const DoubleMatrix &j, int p)
 {
-    const int n = a.size();
-    double largest = 0;
-    for (int i = 0; i < n; ++i)
-        largest = std::max(largest, std::abs(a[i][i]));
-    DoubleMatrix l(n, QVector<double>(n, 0.0));
-    for (int j = 0; j < n; ++j) {
-        double d = a[j][j];
-        for (int k = 0; k < j; ++k)
-            d -= l[j][k] * l[j][k];
-        if (!(d > 1e-13 * largest))
-            return {};
-        l[j][j] = std::sqrt(d);
-        for (int i = j + 1; i < n; ++i) {
-            double s = a[i][j];
-            for (int k = 0; k < j; ++k)
-                s -= l[i][k] * l[j][k];
-            l[i][j] = s / l[j][j];
+    const int m = j.size();
+    gsl_matrix *a = gsl_matrix_alloc(std::size_t(m), std::size_t(p));
+    gsl_matrix *v = gsl_matrix_alloc(std::size_t(p), std::size_t(p));
+    gsl_vector *s = gsl_vector_alloc(std::size_t(p));
+    for (int i = 0; i < m; ++i)
+        for (int q = 0; q < p; ++q)
+            gsl_matrix_set(a, std::size_t(i), std::size_t(q), j[i][q]);
+    SingularValues result;
+    if (gsl_linalg_SV_decomp_jacobi(a, v, s) == GSL_SUCCESS) {
+        result.v = DoubleMatrix(p, QVector<double>(p));
+        for (int q = 0; q < p; ++q) {
+            result.values << gsl_vector_get(s, std::size_t(q));
+            for (int r = 0; r < p; ++r)
+                result.v[r][q] = gsl_matrix_get(v, std::size_t(r), std::size_t(q));
         }
     }
-    // Columns of L^-1, then A^-1 = L^-T L^-1.
-    DoubleMatrix li(n, QVector<double>(n, 0.0));
-    for (int c = 0; c < n; ++c)
-        for (int i = c; i < n; ++i) {
-            double s = i == c ? 1.0 : 0.0;
-            for (int k = c; k < i; ++k)
-                s -= l[i][k] * li[k][c];
-            li[i][c] = s / l[i][i];
-        }
-    DoubleMatrix inverse(n, QVector<double>(n, 0.0));
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j)
-            for (int k = std::max(i, j); k < n; ++k)
-                inverse[i][j] += li[k][i] * li[k][j];
-    return inverse;
+    gsl_vector_free(s);
+    gsl_matrix_free(v);
+    gsl_matrix_free(a);
+    return result;
 }
 
-DoubleMatrix normalMatrix(const DoubleMatrix &j, int p)
+double conditionNumberOf(const DoubleMatrix &j, int p)
 {
-    DoubleMatrix jtj(p, QVector<double>(p, 0.0));
+    const SingularValues svd = singularValues(j, p);
+    if (svd.values.isEmpty())
+        return kNaN;
+    return svd.values.last() > 0 ? svd.values.first() / svd.values.last()
+                                 : std::numeric_limits<double>::infinity();
+}
+
+// The covariance of x on the directions the data determine: with J D^-1 =
+// U S V^T (D the column lengths), s^2 D^-1 V1 S1^-2 V1^T D^-1 over the
+// determined singular values. undetermined holds the other directions, in x.
+struct DeterminedCovariance {
+    DoubleMatrix covariance;
+    DoubleMatrix undetermined; // one row per direction, p entries
+};
+
+DeterminedCovariance determinedCovariance(const DoubleMatrix &j, int p, double variance)
+{
+    QVector<double> length(p, 0.0);
     for (const QVector<double> &row : j)
+        for (int q = 0; q < p; ++q)
+            length[q] += row[q] * row[q];
+    DoubleMatrix scaled = j;
+    for (QVector<double> &row : scaled)
+        for (int q = 0; q < p; ++q)
+            row[q] = length[q] > 0 ? row[q] / std::sqrt(length[q]) : 0.0;
+    const SingularValues svd = singularValues(scaled, p);
+    DeterminedCovariance result;
+    result.covariance = DoubleMatrix(p, QVector<double>(p, 0.0));
+    const double largest = svd.values.value(0, 0.0);
+    for (int c = 0; c < svd.values.size(); ++c) {
+        QVector<double> direction(p);
+        for (int q = 0; q < p; ++q)
+            direction[q] = length[q] > 0 ? svd.v[q][c] / std::sqrt(length[q]) : svd.v[q][c];
+        const double sigma = svd.values[c];
+        if (!(sigma > identifiabilityTolerance * largest)) {
+            result.undetermined << direction;
+            continue;
+        }
         for (int a = 0; a < p; ++a)
             for (int b = 0; b < p; ++b)
-                jtj[a][b] += row[a] * row[b];
-    return jtj;
+                result.covariance[a][b] += variance * direction[a] * direction[b] / (sigma * sigma);
+    }
+    return result;
+}
+
+// A parameter is not identifiable when it moves along an undetermined
+// direction: the derivative along it is not small against the parameter's
+// derivatives along the coordinate directions of the scaled problem.
+QVector<bool> identifiableParameters(const DoubleMatrix &g, const DoubleMatrix &undetermined)
+{
+    QVector<bool> identifiable;
+    for (const QVector<double> &row : g) {
+        double scale = 0;
+        for (double v : row)
+            scale = std::max(scale, std::abs(v));
+        bool determined = true;
+        for (const QVector<double> &direction : undetermined) {
+            double along = 0, directionScale = 0;
+            for (int q = 0; q < row.size(); ++q) {
+                along += row[q] * direction[q];
+                directionScale = std::max(directionScale, std::abs(direction[q]));
+            }
+            determined = determined && std::abs(along) <= 1e-6 * scale * directionScale * row.size();
+        }
+        identifiable << determined;
+    }
+    return identifiable;
 }
 
 // G C G^T.
@@ -113,21 +167,19 @@ AsymptoticUncertainty asymptoticUncertainty(const DoubleMatrix &jacobian, double
         u.status = Status::TooFewObservations;
         return u;
     }
-    const DoubleMatrix inverse = choleskyInverse(normalMatrix(jacobian, p));
-    if (inverse.isEmpty()) {
-        u.status = Status::Singular;
-        return u;
-    }
     u.residualVariance = ssr / u.degreesOfFreedom;
-    u.searchCovariance = inverse;
-    for (QVector<double> &row : u.searchCovariance)
-        for (double &v : row)
-            v *= u.residualVariance;
+    u.conditionNumber = conditionNumberOf(jacobian, p);
+    const DeterminedCovariance determined = determinedCovariance(jacobian, p, u.residualVariance);
+    u.parameterIdentifiable = identifiableParameters(transformationJacobian, determined.undetermined);
+    u.status = determined.undetermined.isEmpty() ? Status::Ok : Status::Singular;
+    if (u.status == Status::Ok)
+        u.searchCovariance = determined.covariance;
 
-    const DoubleMatrix covariance = mapCovariance(transformationJacobian, u.searchCovariance);
+    const DoubleMatrix covariance = mapCovariance(transformationJacobian, determined.covariance);
     const int parameters = covariance.size();
     for (int a = 0; a < parameters; ++a)
-        u.parameterStandardErrors << std::sqrt(std::max(0.0, covariance[a][a]));
+        u.parameterStandardErrors << (u.parameterIdentifiable[a] ? std::sqrt(std::max(0.0, covariance[a][a]))
+                                                                 : kNaN);
     u.parameterCorrelation = DoubleMatrix(parameters, QVector<double>(parameters, kNaN));
     for (int a = 0; a < parameters; ++a)
         for (int b = 0; b < parameters; ++b) {
@@ -135,7 +187,6 @@ AsymptoticUncertainty asymptoticUncertainty(const DoubleMatrix &jacobian, double
             if (scale > 0)
                 u.parameterCorrelation[a][b] = std::clamp(covariance[a][b] / scale, -1.0, 1.0);
         }
-    u.status = Status::Ok;
     return u;
 }
 
@@ -144,7 +195,7 @@ DoubleMatrix transformationJacobian(const ParsedEquations &g, const QStringList 
 {
     DoubleMatrix jacobian(parameterNames.size(), QVector<double>(x.size(), 0.0));
     for (int q = 0; q < x.size(); ++q) {
-        const double h = stepFor(x[q], 1e-6);
+        const double h = stepFor(x[q], 1e-3);
         QVector<double> up = x, down = x;
         up[q] += h;
         down[q] -= h;

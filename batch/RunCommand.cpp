@@ -1,12 +1,15 @@
 #include "BatchCommon.h"
 
 #include "engine/EngineSetup.h"
+#include "project/PolishSummary.h"
 #include "project/ResultStore.h"
 #include "project/TableFiles.h"
 
 #include <QDir>
+#include <QFile>
 #include <QThreadPool>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -58,6 +61,7 @@ RunSettings readSettings(const OptionReader &options)
     settings.stricterInitialSampling = options.has("--stricter-initial-sampling");
     settings.timeLimitMs = options.intValue("--timeout-ms", settings.timeLimitMs, 1);
     settings.initialClusterPoints = options.intValue("--points", settings.initialClusterPoints, 1);
+    settings.polish = options.has("--polish");
     if (options.has("--seed"))
         settings.seed = std::uint64_t(options.intValue("--seed", 0, 0));
     // The integrator's method-switch notices would bury the progress output.
@@ -90,12 +94,29 @@ compResult startingRecord(const QString &folder, const ProjectModel &project, co
     return record;
 }
 
+// The "Polish:" lines at the end of the log, on standard output.
+void printPolishLines(const QStringList &log, bool terminal)
+{
+    int first = log.size();
+    while (first > 0 && log[first - 1].startsWith(QLatin1String("Polish:")))
+        --first;
+    if (terminal)
+        std::fprintf(stderr, "\n");
+    for (int i = first; i < log.size(); ++i)
+        std::printf("%s\n", qPrintable(log[i]));
+    std::fflush(stdout);
+}
+
 // A progress bar on a terminal, one statistics line per iteration otherwise.
 void showProgress(ambrel_method &engine, bool terminal)
 {
     const int total = engine.settings.stage1Iterations + engine.settings.stage2Iterations;
     QObject::connect(&engine, &ambrel_method::current_computation_result, [=](const compResult &result) {
         const int k = result.X.size();
+        if (k > total) { // the polishing stage's iteration
+            printPolishLines(result.log, terminal);
+            return;
+        }
         if (terminal) {
             const int width = 40, filled = width * k / total;
             std::fprintf(stderr, "\r[%s%s] iteration %d/%d", QByteArray(filled, '#').constData(),
@@ -108,10 +129,51 @@ void showProgress(ambrel_method &engine, bool terminal)
     });
 }
 
+// Rows of cells, each column padded to its widest cell.
+void printAligned(const QVector<QStringList> &table)
+{
+    QVector<int> widths;
+    for (const QStringList &cells : table)
+        for (int c = 0; c < cells.size(); ++c) {
+            if (c >= widths.size())
+                widths << 0;
+            widths[c] = std::max(widths[c], int(cells[c].size()));
+        }
+    for (const QStringList &cells : table) {
+        QString line = QStringLiteral("  ");
+        for (int c = 0; c < cells.size(); ++c)
+            line += cells[c].leftJustified(c + 1 < cells.size() ? widths[c] + 2 : 0);
+        std::printf("%s\n", qPrintable(line));
+    }
+}
+
+// The polished minimisers of compResult/polish_summary.csv, if the run
+// wrote one, with the cells of each block's table aligned.
+void printPolishSummary(const QString &folder)
+{
+    QFile file(resultFilePath(folder, polishSummaryFileName()));
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return;
+    std::printf("Polished minimisers (%s):\n", qPrintable(resultFileRelativePath(polishSummaryFileName())));
+    QVector<QStringList> table;
+    const QStringList lines = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
+    for (const QString &line : lines) {
+        if (line.contains(QLatin1String("Parameter,")) || line.isEmpty()) {
+            printAligned(table);
+            table.clear();
+        }
+        if (!line.isEmpty())
+            table << line.split(QLatin1Char(','));
+        else
+            std::printf("\n");
+    }
+    printAligned(table);
+}
+
 // The run's messages and best point; the exit status follows the outcome:
 // 0 finished, 130 stopped (restartable), 1 refused, failed or empty.
 int reportOutcome(const RunOutcome &outcome, const compResult &result, const ProjectModel &project,
-                  const QString &folder)
+                  const QString &folder, bool polished)
 {
     for (const QString &line : outcome.messages)
         std::fprintf(stderr, "%s\n", qPrintable(line));
@@ -128,6 +190,8 @@ int reportOutcome(const RunOutcome &outcome, const compResult &result, const Pro
     for (int j = 0; j < names.size(); ++j)
         std::printf("  %s = %s\n", qPrintable(names[j]),
                     qPrintable(QString::number(result.Parameter.last()[best].value(j), 'g', 6)));
+    if (polished)
+        printPolishSummary(folder);
     std::printf("Result: %s/compResult/\n", qPrintable(QDir(folder).absolutePath()));
     if (aborted) {
         std::printf("Stopped after %d iterations; continue with: ambrel-batch run %s --restart\n",
@@ -145,7 +209,7 @@ int runCommand(const QString &folder, const QStringList &arguments)
                                {"--stage1-iterations", "--stage2-iterations", "--stage1-reltol",
                                 "--initial-lambda", "--max-initial-tries", "--timeout-ms", "--points",
                                 "--threads", "--seed"},
-                               {"--stricter-initial-sampling", "--restart"});
+                               {"--stricter-initial-sampling", "--restart", "--polish"});
     const RunSettings settings = readSettings(options);
     if (options.has("--threads"))
         QThreadPool::globalInstance()->setMaxThreadCount(options.intValue("--threads", 1, 1));
@@ -166,5 +230,5 @@ int runCommand(const QString &folder, const QStringList &arguments)
     runningEngine = nullptr;
     if (terminal)
         std::fprintf(stderr, "\n");
-    return reportOutcome(outcome, engine.result, project, folder);
+    return reportOutcome(outcome, engine.result, project, folder, settings.polish);
 }

@@ -12,7 +12,8 @@ const char *const kUsage =
         "usage:\n"
         "  ambrel-batch run DIR [--stage1-iterations N] [--stage2-iterations N] [--stage1-reltol X]\n"
         "                       [--initial-lambda X] [--max-initial-tries N] [--stricter-initial-sampling]\n"
-        "                       [--timeout-ms N] [--points N] [--threads N] [--seed N] [--restart]\n"
+        "                       [--timeout-ms N] [--points N] [--threads N] [--seed N] [--polish]\n"
+        "                       [--restart]\n"
         "  ambrel-batch simulate DIR --expression EXPR [--expression EXPR ...] --times \"0:1:10\"\n"
         "                       [--parameters NAME=VALUE,...] [--integrator lsoda|rosenbrock]\n"
         "  ambrel-batch export DIR\n";

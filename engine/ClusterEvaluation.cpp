@@ -17,8 +17,13 @@ QVector<double> ClusterEvaluator::solutionTimes() const
 
 PointEvaluation ClusterEvaluator::evaluatePoint(const QVector<double> &x) const
 {
+    return evaluateParameters(applyTransformation(g, parameterNames, x));
+}
+
+PointEvaluation ClusterEvaluator::evaluateParameters(const QVector<double> &parameters) const
+{
     PointEvaluation point;
-    point.parameters = applyTransformation(g, parameterNames, x);
+    point.parameters = parameters;
     model_ode model = useStage2 ? stage2 : stage1;
     const std::vector<std::vector<double>> rows = model.evaluate(point.parameters);
 

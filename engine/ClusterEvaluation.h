@@ -32,6 +32,8 @@ public:
     QVector<double> solutionTimes() const;
 
     PointEvaluation evaluatePoint(const QVector<double> &x) const;
+    // The same for model parameters given directly (g is not applied).
+    PointEvaluation evaluateParameters(const QVector<double> &parameters) const;
     QVector<PointEvaluation> evaluate(const DoubleMatrix &X) const;
 
     // Accumulated over every evaluate() call (wall time from the start of

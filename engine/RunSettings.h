@@ -28,6 +28,10 @@ struct RunSettings {
     // computation's perturbations); without one the clock seeds them, so
     // only a seeded run can be repeated exactly.
     std::optional<std::uint64_t> seed;
+    // After the last Stage 2 iteration, polish the best point of each group
+    // of the cluster with Levenberg-Marquardt (engine/Polish.h) and store the
+    // polished minimisers as one more iteration.
+    bool polish = false;
 
     // The window's weight settings: the number of leading iterations that use
     // the weights (shown in the log header), and the weights it derives from

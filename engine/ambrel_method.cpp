@@ -1,6 +1,7 @@
 #include "ambrel_method.h"
 
 #include "engine/InitialCluster.h"
+#include "engine/Polish.h"
 #include "engine/StepComputation.h"
 #include "project/ResultStore.h"
 
@@ -108,6 +109,10 @@ RunOutcome ambrel_method::run()
 
 RunOutcome ambrel_method::rerun()
 {
+    // A record that ends with the polished minimisers restarts from the
+    // last Stage 2 iteration (engine/Polish.h).
+    if (endsWithPolishedIteration(result))
+        result.truncateHistories(result.X.size() - 1);
     return run_3(std::max(0, result.X.size() - 1));
 }
 
@@ -160,6 +165,11 @@ RunOutcome ambrel_method::run_3(int k_in)
             iterate(k);
         if (!abortASAP) {
             result.truncateHistories(totalIterations);
+            // --- Polishing stage (engine/Polish.h): one more iteration of
+            // converged minimisers after the last Stage 2 iteration.
+            if (settings.polish)
+                runPolishStage(*this);
+            // --- end of the polishing stage
         }
     } catch (...) {
         qDebug() << "AMB iteration failed";

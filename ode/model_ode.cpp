@@ -146,7 +146,8 @@ void model_ode::integrateLsoda(std::vector<double> &state, double t0, double t1,
     int istate = 1;
     double t = t0;
     std::vector<double> yout;
-    solver.lsoda_update(lsodaRightHandSide, state.size(), state, yout, &t, t1, &istate, &rhs, 1e-6, 1e-6);
+    solver.lsoda_update(lsodaRightHandSide, state.size(), state, yout, &t, t1, &istate, &rhs,
+                        lsodaRelativeTolerance, lsodaAbsoluteTolerance);
     std::copy(yout.begin() + 1, yout.end(), state.begin());
 }
 

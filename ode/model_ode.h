@@ -47,6 +47,8 @@ public:
     // Integrator settings.
     double rosenbrockAbsoluteTolerance = 1e-6;
     double rosenbrockRelativeTolerance = 0.1;
+    double lsodaAbsoluteTolerance = 1e-6;
+    double lsodaRelativeTolerance = 1e-6;
     int timeLimitMs = 20000;
     // Where LSODA writes its messages (method switches, step limits); null
     // silences them.

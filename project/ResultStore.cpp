@@ -261,6 +261,7 @@ QString moveResultsToHistory(const QString &projectFolder)
     }
     moveFile(from, to, QStringLiteral("ode_time.csv"));
     moveFile(from, to, QStringLiteral("computation_log.txt"));
+    moveFile(from, to, QStringLiteral("polish_summary.csv"));
     return target;
 }
 

@@ -74,7 +74,8 @@ bool readOutputHistory(const QString &path, QVector<DoubleMatrix> &outputs);
 // "history/compResult <UTC time>" (the current UTC time in Qt's default text
 // format with every ":" replaced by "_"): sortIndex.csv, then for k = 0, 1, ...
 // while any file of iteration k exists its R, lambda, X, Y, Parameter and
-// ODE_sol files, then ode_time.csv and computation_log.txt. Each file is copied
+// ODE_sol files, then ode_time.csv, computation_log.txt and
+// polish_summary.csv. Each file is copied
 // and then removed; a file whose copy fails stays where it is. Other files
 // (Y.dat, the window's Jacobian files) are not touched. Returns the path of
 // the history folder.

@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   g++ cmake make
   qtbase5-dev libqt5charts5-dev
-  libboost-dev
+  libboost-dev libgsl-dev
   libbenchmark-dev libmuparser-dev
   python3 python3-numpy python3-scipy
   # Interpreters that run the exported scripts in the tests (Octave installs in

@@ -158,6 +158,7 @@ void MainWindowTest::widgetTextsAndLabels()
             {"pushButton_increaseObsRows", "increase observation rows"},
             {"pushButton_runAMmethod", "Start Ambrel method computation"},
             {"checkBox_initialClusterSamplingCriteria", "initial cluster sampling with stricter criteria"},
+            {"checkBox_polish", "Polish the best point of each group with Levenberg–Marquardt"},
             {"pushButton_increaseSimulationDose", "increase dose rows"},
             {"pushButton_computeSimulation", "Compute simulation"},
             {"checkBox_ode_simulation_sol_y_log", "y-axis log-scale"},
@@ -281,6 +282,7 @@ void MainWindowTest::algorithmSettings()
     QCOMPARE(find<QLineEdit>("lineEdit_odeRelTol")->text(), QString("0.1"));
     QCOMPARE(find<QLineEdit>("lineEdit_initialLambda")->text(), QString("1.00"));
     QVERIFY(!find<QCheckBox>("checkBox_initialClusterSamplingCriteria")->isChecked());
+    QVERIFY(!find<QCheckBox>("checkBox_polish")->isChecked());
     QVERIFY(find<QTextEdit>("textEdit_weights")->toPlainText().isEmpty());
     for (const char *name : {"spinBox_numWeightIter", "textEdit_weights"})
         QVERIFY2(find(name)->parent() == find("frame_weights"), name);
@@ -506,6 +508,7 @@ void MainWindowTest::enableModelRelatedUi()
                                     "spinBox_numWeightIter",
                                     "lineEdit_initialLambda",
                                     "lineEdit_odeRelTol",
+                                    "checkBox_polish",
                                     "pushButton_runAMmethod"};
     const char *const tables[] = {"tableWidget_doseEvents", "tableWidget_parametersSpec",
                                   "tableWidget_initialCluster", "tableWidget_observations"};

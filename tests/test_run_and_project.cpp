@@ -4,6 +4,7 @@
 #include "window_test_support.h"
 
 #include <QAction>
+#include <QCheckBox>
 #include <QDialog>
 #include <QFileDialog>
 #include <QLineEdit>
@@ -28,6 +29,7 @@ private slots:
     void saveAfterOpenWritesIntoTheOpenedFolder();
     void runToTheEndAndBackToIdle();
     void stopEndsTheRunAndReturnsToIdle();
+    void polishAddsTheMinimisersAsAnIteration();
     void runRefusedByTheParameterSpecification();
     void closingDuringARunWaitsForIt();
     void saveThenOpenRoundTripsEveryStep();
@@ -186,6 +188,21 @@ void RunAndProjectTest::stopEndsTheRunAndReturnsToIdle()
     find<QAction>("actionAbort")->trigger();
     QTRY_VERIFY_WITH_TIMEOUT(idle(), 60000);
     QVERIFY(!find<QTextEdit>("textEdi_compLog")->toPlainText().contains("iterNumber: 108"));
+}
+
+// The check box turns the polishing stage on: the run ends with one more
+// iteration and the summary file.
+void RunAndProjectTest::polishAddsTheMinimisersAsAnIteration()
+{
+    const QString folder = openExample("oral-absorption");
+    setShortRun(3, 1, 30);
+    find<QCheckBox>("checkBox_polish")->setChecked(true);
+    find<QPushButton>("pushButton_runAMmethod")->click();
+    QTRY_VERIFY_WITH_TIMEOUT(idle(), 60000);
+    const QString log = find<QTextEdit>("textEdi_compLog")->toPlainText();
+    QVERIFY(log.contains("\nPolish: group 1 ("));
+    QVERIFY(QFile::exists(folder + "/compResult/X_4.csv"));
+    QVERIFY(QFile::exists(folder + "/compResult/polish_summary.csv"));
 }
 
 void RunAndProjectTest::runRefusedByTheParameterSpecification()

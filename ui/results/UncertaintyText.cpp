@@ -22,7 +22,8 @@ QString statusText(AsymptoticUncertainty::Status status)
         return tr("There are no more observations than estimated parameters: no standard errors.");
     case Status::Singular:
         return tr("The Jacobian is singular: the data do not determine every parameter (see the flat "
-                  "envelopes on SSR-Parameter), so there are no standard errors.");
+                  "envelopes on SSR-Parameter); the parameters they do not determine are not identifiable "
+                  "and have no standard errors.");
     }
     return QString();
 }

@@ -141,6 +141,7 @@ bool RunFlow::readSettings(RunSettings &settings, QStringList &problems) const
     settings.stricterInitialSampling = run->stricterSamplingBox()->isChecked();
     settings.maxInitialTries = run->maxInitialSamplingBox()->value();
     settings.timeLimitMs = run->timeLimitBox()->value();
+    settings.polish = run->polishBox()->isChecked();
     settings.initialClusterPoints = m_workbench.parameters->clusterSizeBox()->value();
     settings.weightedIterations = run->weightedIterationsBox()->value();
     if (settings.stage1Iterations + settings.stage2Iterations < 1)

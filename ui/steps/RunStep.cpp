@@ -89,6 +89,8 @@ QWidget *RunStep::buildSettingsTab()
     m_maxInitialSampling = makeSpinBox("spinBox_maxNumInitialSampling", 0, 999, 20, tab);
     m_timeLimit = makeSpinBox("spinBox_ODEevalTimeLimit", 100, 1000000000, 100000, tab);
     m_timeLimit->setSingleStep(10);
+    m_polish = named(new QCheckBox(tr("Polish the best point of each group with Levenberg–Marquardt"), tab),
+                     "checkBox_polish");
     form->addRow(tr("ODE solve relative tolerence for Stage 1"), m_relTol);
     form->addRow(tr("Number of Stage1 iterations"), m_stage1Iterations);
     form->addRow(tr("Number of Stage2 iterations"), m_stage2Iterations);
@@ -96,6 +98,7 @@ QWidget *RunStep::buildSettingsTab()
     form->addRow(tr("Initial lambda"), m_initialLambda);
     form->addRow(tr("Max num of initial random try"), m_maxInitialSampling);
     form->addRow(tr("ODE evaluation timeout"), m_timeLimit);
+    form->addRow(m_polish);
 
     auto *layout = new QVBoxLayout(tab);
     layout->addLayout(form);
@@ -122,7 +125,8 @@ QFrame *RunStep::buildWeightsFrame()
 void RunStep::setModelEditable(bool enable)
 {
     const QVector<QWidget *> switched{m_stage1Iterations, m_stage2Iterations, m_weightedIterations,
-                                      m_initialLambda,    m_relTol,           m_runButton};
+                                      m_initialLambda,    m_relTol,           m_polish,
+                                      m_runButton};
     for (QWidget *widget : switched)
         widget->setEnabled(enable);
     m_weights->setReadOnly(!enable);

@@ -40,6 +40,7 @@ public:
     QSpinBox *timeLimitBox() const { return m_timeLimit; }
     QSpinBox *weightedIterationsBox() const { return m_weightedIterations; }
     QTextEdit *weightsEditor() const { return m_weights; }
+    QCheckBox *polishBox() const { return m_polish; }
 
     // The run wiring; without one, nothing runs and nothing is running. The
     // control is not owned.
@@ -87,4 +88,5 @@ private:
     QFrame *m_weightsFrame = nullptr;
     QSpinBox *m_weightedIterations = nullptr;
     QTextEdit *m_weights = nullptr;
+    QCheckBox *m_polish = nullptr;
 };
