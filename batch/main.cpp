@@ -1,6 +1,7 @@
 // ambrel-batch: runs the Ambrel method and forward simulations on a project
 // folder without the workbench.
 #include "BatchCommon.h"
+#include "MpiEvaluation.h"
 
 #include <QCoreApplication>
 
@@ -25,14 +26,8 @@ void quietMessages(QtMsgType type, const QMessageLogContext &, const QString &me
         std::fprintf(stderr, "%s\n", qPrintable(message));
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+int runTool(const QStringList &arguments)
 {
-    QCoreApplication app(argc, argv);
-    if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
-        qInstallMessageHandler(quietMessages);
-    const QStringList arguments = app.arguments().mid(1);
     if (arguments.size() < 2) {
         std::fprintf(stderr, "%s", kUsage);
         return kInvalidInput;
@@ -53,4 +48,19 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "%s\n", error.what());
         return kInvalidInput;
     }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // Under an MPI launcher the ranks other than 0 only evaluate for rank 0.
+    const int rank = startMpi(argc, argv);
+    QCoreApplication app(argc, argv);
+    if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
+        qInstallMessageHandler(quietMessages);
+    const QStringList arguments = app.arguments().mid(1);
+    if (rank > 0)
+        return stopMpi(serveRankZero(arguments.value(1), arguments.mid(2)));
+    return stopMpi(runTool(arguments));
 }
