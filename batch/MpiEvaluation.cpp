@@ -18,6 +18,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
+#include <future>
 #include <limits>
 #include <map>
 #include <memory>
@@ -84,19 +85,25 @@ QByteArray receive(const MPI_Status &status)
     return bytes;
 }
 
-// Sleeps between polls, growing from 20 us to 2 ms while nothing arrives:
-// Open MPI's blocking receive spins on a processor, which the evaluating
-// threads and rank 0's serial part need.
+// Sleeps between polls, growing from 20 us up to a cap while nothing
+// arrives: Open MPI's blocking receive spins on a processor, which the
+// evaluating threads and rank 0's serial part need. Rank 0 collecting results
+// keeps the cap short, since a rank waits for its next chunk meanwhile.
 class Backoff {
 public:
+    explicit Backoff(int capMicros = 2000)
+        : m_cap(capMicros)
+    {
+    }
     void pause()
     {
         std::this_thread::sleep_for(std::chrono::microseconds(m_micros));
-        m_micros = std::min(m_micros * 2, 2000);
+        m_micros = std::min(m_micros * 2, m_cap);
     }
     void reset() { m_micros = 20; }
 
 private:
+    int m_cap;
     int m_micros = 20;
 };
 
@@ -248,7 +255,7 @@ void Distributor::serveWorkers(const ClusterEvaluator &evaluator, const DoubleMa
     for (int rank = 1; rank < worldSize; ++rank)
         sendChunk(rank, evaluator, X, queue);
     bool cancelled = false;
-    Backoff backoff;
+    Backoff backoff(200);
     while (!m_busy.empty()) {
         if (*m_abort && !cancelled) {
             cancelled = m_cancel = true;
@@ -365,22 +372,16 @@ QByteArray Worker::evaluate(const QByteArray &bytes)
         return QByteArray();
     ClusterEvaluator &evaluator = m_engine.evaluator;
     evaluator.useStage2 = chunk.stage2;
-    std::atomic<bool> cancel{false}, done{false};
-    QVector<PointEvaluation> points;
-    std::thread work([&] {
-        points = evaluateRows(evaluator, chunk.rows, cancel);
-        done = true;
-    });
-    Backoff backoff;
-    while (!done) {
+    std::atomic<bool> cancel{false};
+    std::future<QVector<PointEvaluation>> points =
+            std::async(std::launch::async, [&] { return evaluateRows(evaluator, chunk.rows, cancel); });
+    while (points.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
         if (const auto status = pendingMessage(0, CancelTag)) {
             receive(*status);
             cancel = true;
         }
-        backoff.pause();
     }
-    work.join();
-    return encodeResults(points);
+    return encodeResults(points.get());
 }
 
 // Reads "--threads N" from the options; 0 when it is not there or not a
