@@ -17,7 +17,10 @@
 //                                  serial_s_per_iter is the time of an
 //                                  iteration outside the model evaluations
 //                                  (steps, bookkeeping, result files), which
-//                                  rank 0 spends while the other ranks wait
+//                                  rank 0 spends while the other ranks wait;
+//                                  _NoFiles: the same without result files
+//   BM_MessageCodec                rank 0's encoding of work and decoding of
+//                                  results for a chunk of 20 points
 #include "batch/EvaluationMessages.h"
 #include "engine/EngineSetup.h"
 
@@ -57,7 +60,7 @@ QString pbpkCopy(const QTemporaryDir &root)
     return folder;
 }
 
-const QStringList kRunOptions = {"--points", "2500", "--stage1-iterations", "20", "--stage2-iterations", "4",
+const QStringList kRunOptions = {"--points", "1000", "--stage1-iterations", "10", "--stage2-iterations", "2",
                                  "--seed",   "5"};
 
 // Runs a program to its end; its wall time in seconds, or -1 when it failed.
@@ -165,8 +168,9 @@ static void BM_EvaluatePoint_Stage2(benchmark::State &state)
     evaluatePoints(state, true);
 }
 
-// Three Stage 1 iterations (steps after the first two) with the result files.
-static void serialPart(benchmark::State &state, int points)
+// Three Stage 1 iterations (steps after the first two), with or without the
+// result files.
+static void serialPart(benchmark::State &state, int points, bool files)
 {
     const ProjectModel &project = pbpkProject();
     QThreadPool::globalInstance()->setMaxThreadCount(2);
@@ -183,7 +187,7 @@ static void serialPart(benchmark::State &state, int points)
     for (auto _ : state) {
         ambrel_method engine;
         configureEngine(engine, project, settings);
-        engine.projectFolder = pbpkCopy(root);
+        engine.projectFolder = files ? pbpkCopy(root) : QString();
         engine.result.X = {cluster};
         QElapsedTimer timer;
         timer.start();
@@ -202,11 +206,39 @@ static void serialPart(benchmark::State &state, int points)
 
 static void BM_SerialPart_Points2500(benchmark::State &state)
 {
-    serialPart(state, 2500);
+    serialPart(state, 2500, true);
 }
 static void BM_SerialPart_Points10000(benchmark::State &state)
 {
-    serialPart(state, 10000);
+    serialPart(state, 10000, true);
+}
+static void BM_SerialPart_NoFiles_Points2500(benchmark::State &state)
+{
+    serialPart(state, 2500, false);
+}
+static void BM_SerialPart_NoFiles_Points10000(benchmark::State &state)
+{
+    serialPart(state, 10000, false);
+}
+
+// Rank 0's share of the messages per point: encoding the work, decoding the
+// results (the other ranks' halves run in parallel).
+static void BM_MessageCodec(benchmark::State &state)
+{
+    const ProjectModel &project = pbpkProject();
+    ambrel_method engine;
+    RunSettings settings;
+    settings.integratorMessages = nullptr;
+    configureEngine(engine, project, settings);
+    std::mt19937_64 generator(3);
+    const DoubleMatrix chunk = sampleInitialCluster(projectSearchDomain(project), 20, generator);
+    const QByteArray results = encodeResults(engine.evaluator.evaluateHere(chunk));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(encodeWork({false, chunk}));
+        QVector<PointEvaluation> points;
+        benchmark::DoNotOptimize(decodeResults(results, chunk.size(), points));
+    }
+    state.SetItemsProcessed(state.iterations() * chunk.size());
 }
 
 BENCHMARK(BM_PbpkRun_OneRankTwoThreads)->Iterations(3)->UseManualTime()->Unit(benchmark::kSecond);
@@ -216,6 +248,9 @@ BENCHMARK(BM_EvaluatePoint_Stage1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_EvaluatePoint_Stage2)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_SerialPart_Points2500)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(BM_SerialPart_Points10000)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_SerialPart_NoFiles_Points2500)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_SerialPart_NoFiles_Points10000)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_MessageCodec)->Unit(benchmark::kMicrosecond);
 
 int main(int argc, char **argv)
 {
