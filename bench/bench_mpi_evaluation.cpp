@@ -4,9 +4,11 @@
 //
 // Rows (wall time):
 //   BM_PbpkRun_OneRankTwoThreads   ambrel-batch run --threads 2, one process
-//   BM_PbpkRun_TwoRanksOneThread   the same run under mpirun -np 2, --threads 1
-//                                  (ratio_vs_threads: this row's time over
-//                                  the one-rank row's)
+//   BM_PbpkRun_TwoRanksOneThread   the same run under mpirun -np 2, --threads 1,
+//                                  unbound like the one process (bound ranks
+//                                  cannot move to the processor other work
+//                                  leaves free); ratio_vs_threads: this row's
+//                                  time over the one-rank row's
 //   BM_LauncherStart_TwoRanks      mpirun -np 2 with the export command (rank 0
 //                                  writes the scripts, rank 1 waits): the start
 //                                  and end of a job
@@ -94,9 +96,10 @@ void pbpkBatchRun(benchmark::State &state, int ranks)
         const double seconds =
                 ranks == 1 ? timedProcess(AMBREL_BATCH,
                                           QStringList{"run", folder, "--threads", "2"} + kRunOptions)
-                           : timedProcess(MPIEXEC, QStringList{"-np", QString::number(ranks), AMBREL_BATCH,
-                                                               "run", folder, "--threads", "1"} +
-                                                           kRunOptions);
+                           : timedProcess(MPIEXEC,
+                                          QStringList{"--bind-to", "none", "-np", QString::number(ranks),
+                                                      AMBREL_BATCH, "run", folder, "--threads", "1"} +
+                                                  kRunOptions);
         if (seconds < 0) {
             state.SkipWithError("the run failed");
             return;
