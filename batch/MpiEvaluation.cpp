@@ -409,10 +409,10 @@ void reportTraffic()
 
 } // namespace
 
-int startMpi(int &argc, char **&argv)
+MpiSession::MpiSession(int &argc, char **&argv)
 {
     if (!startedByLauncher())
-        return 0;
+        return;
     int provided = 0;
     // Only the main thread calls MPI; evaluation threads never do.
     MPI_Init_thread(&argc, &argv, MPI_THREAD_FUNNELED, &provided);
@@ -422,25 +422,23 @@ int startMpi(int &argc, char **&argv)
     traffic.rows.assign(std::size_t(worldSize), 0);
     if (worldSize > 1)
         QThreadPool::globalInstance()->setMaxThreadCount(boundProcessors());
-    return worldRank;
 }
 
-int stopMpi(int status)
+MpiSession::~MpiSession()
 {
     if (!mpiStarted)
-        return status;
+        return;
     if (worldRank == 0) {
         reportTraffic();
         for (int rank = 1; rank < worldSize; ++rank)
             send(rank, StopTag, QByteArray());
     }
     MPI_Finalize();
-    return status;
 }
 
-int mpiRanks()
+int MpiSession::rank() const
 {
-    return worldSize;
+    return worldRank;
 }
 
 int serveRankZero(const QString &folder, const QStringList &options)

@@ -14,14 +14,19 @@ class ambrel_method;
 
 #ifdef AMBREL_WITH_MPI
 
-// Starts MPI when a launcher started this process; returns the rank (0
-// without a launcher). With several ranks each rank's thread pool defaults to
-// the processors the launcher bound it to.
-int startMpi(int &argc, char **&argv);
-// Rank 0: stops the other ranks; every rank: ends MPI. Returns status.
-int stopMpi(int status);
-// The number of ranks (1 without a launcher).
-int mpiRanks();
+// Starts MPI when a launcher started this process (with several ranks each
+// rank's thread pool defaults to the processors the launcher bound it to);
+// at its end rank 0 stops the other ranks and every rank ends MPI.
+class MpiSession {
+public:
+    MpiSession(int &argc, char **&argv);
+    ~MpiSession();
+    MpiSession(const MpiSession &) = delete;
+    MpiSession &operator=(const MpiSession &) = delete;
+    // 0 without a launcher.
+    int rank() const;
+};
+
 // A rank other than 0: serves rank 0 until it says stop; returns the exit
 // status. options are the run's command-line options (for --threads).
 int serveRankZero(const QString &folder, const QStringList &options);
@@ -32,18 +37,11 @@ void distributeEvaluations(ambrel_method &engine, const QString &folder);
 
 #else
 
-inline int startMpi(int &, char **&)
-{
-    return 0;
-}
-inline int stopMpi(int status)
-{
-    return status;
-}
-inline int mpiRanks()
-{
-    return 1;
-}
+class MpiSession {
+public:
+    MpiSession(int &, char **&) {}
+    int rank() const { return 0; }
+};
 inline int serveRankZero(const QString &, const QStringList &)
 {
     return 0;

@@ -26,8 +26,18 @@ void quietMessages(QtMsgType type, const QMessageLogContext &, const QString &me
         std::fprintf(stderr, "%s\n", qPrintable(message));
 }
 
-int runTool(const QStringList &arguments)
+} // namespace
+
+int main(int argc, char **argv)
 {
+    const MpiSession mpi(argc, argv);
+    QCoreApplication app(argc, argv);
+    if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
+        qInstallMessageHandler(quietMessages);
+    const QStringList arguments = app.arguments().mid(1);
+    // Under an MPI launcher the ranks other than 0 only evaluate for rank 0.
+    if (mpi.rank() > 0)
+        return serveRankZero(arguments.value(1), arguments.mid(2));
     if (arguments.size() < 2) {
         std::fprintf(stderr, "%s", kUsage);
         return kInvalidInput;
@@ -48,19 +58,4 @@ int runTool(const QStringList &arguments)
         std::fprintf(stderr, "%s\n", error.what());
         return kInvalidInput;
     }
-}
-
-} // namespace
-
-int main(int argc, char **argv)
-{
-    // Under an MPI launcher the ranks other than 0 only evaluate for rank 0.
-    const int rank = startMpi(argc, argv);
-    QCoreApplication app(argc, argv);
-    if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
-        qInstallMessageHandler(quietMessages);
-    const QStringList arguments = app.arguments().mid(1);
-    if (rank > 0)
-        return stopMpi(serveRankZero(arguments.value(1), arguments.mid(2)));
-    return stopMpi(runTool(arguments));
 }
