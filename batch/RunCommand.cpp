@@ -1,4 +1,5 @@
 #include "BatchCommon.h"
+#include "MpiEvaluation.h"
 
 #include "engine/EngineSetup.h"
 #include "project/PolishSummary.h"
@@ -217,6 +218,8 @@ int runCommand(const QString &folder, const QStringList &arguments)
     const ProjectModel project = loadCheckedProject(folder);
     ambrel_method engine;
     configureEngine(engine, project, settings);
+    // Before anything is written into the folder: the other ranks read it now.
+    distributeEvaluations(engine, folder);
     engine.projectFolder = folder;
     const bool restart = options.has("--restart");
     engine.result = startingRecord(folder, project, settings, restart);
@@ -224,9 +227,12 @@ int runCommand(const QString &folder, const QStringList &arguments)
     const bool terminal = isatty(STDERR_FILENO);
     showProgress(engine, terminal);
     runningEngine = &engine;
+    // Ctrl-C, and the termination a scheduler or MPI launcher sends.
     std::signal(SIGINT, requestAbort);
+    std::signal(SIGTERM, requestAbort);
     const RunOutcome outcome = restart ? engine.rerun() : engine.run();
     std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
     runningEngine = nullptr;
     if (terminal)
         std::fprintf(stderr, "\n");

@@ -1,6 +1,7 @@
 // ambrel-batch: runs the Ambrel method and forward simulations on a project
 // folder without the workbench.
 #include "BatchCommon.h"
+#include "MpiEvaluation.h"
 
 #include <QCoreApplication>
 
@@ -30,10 +31,14 @@ void quietMessages(QtMsgType type, const QMessageLogContext &, const QString &me
 
 int main(int argc, char **argv)
 {
+    const MpiSession mpi(argc, argv);
     QCoreApplication app(argc, argv);
     if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
         qInstallMessageHandler(quietMessages);
     const QStringList arguments = app.arguments().mid(1);
+    // Under an MPI launcher the ranks other than 0 only evaluate for rank 0.
+    if (mpi.rank() > 0)
+        return serveRankZero(arguments.value(1), arguments.mid(2));
     if (arguments.size() < 2) {
         std::fprintf(stderr, "%s", kUsage);
         return kInvalidInput;

@@ -38,14 +38,19 @@ PointEvaluation ClusterEvaluator::evaluateParameters(const QVector<double> &para
     return point;
 }
 
+QVector<PointEvaluation> ClusterEvaluator::evaluateHere(const DoubleMatrix &X) const
+{
+    return QtConcurrent::blockingMapped(
+            X, std::function<PointEvaluation(const QVector<double> &)>(
+                       [this](const QVector<double> &x) { return evaluatePoint(x); }));
+}
+
 QVector<PointEvaluation> ClusterEvaluator::evaluate(const DoubleMatrix &X) const
 {
     QElapsedTimer wall;
     wall.start();
     const std::clock_t start = std::clock();
-    const QVector<PointEvaluation> results = QtConcurrent::blockingMapped(
-            X, std::function<PointEvaluation(const QVector<double> &)>(
-                       [this](const QVector<double> &x) { return evaluatePoint(x); }));
+    const QVector<PointEvaluation> results = delegate ? delegate(*this, X) : evaluateHere(X);
     qDebug() << "ODE eval finished";
     qDebug() << "raw ODE time " << double(std::clock() - start) / CLOCKS_PER_SEC;
     // The outputs were formed inside the parallel tasks, beside the solves.

@@ -8,6 +8,8 @@
 #include <QStringList>
 #include <QVector>
 
+#include <functional>
+
 // One evaluated point of the cluster.
 struct PointEvaluation {
     QVector<double> parameters; // g(x)
@@ -34,7 +36,18 @@ public:
     PointEvaluation evaluatePoint(const QVector<double> &x) const;
     // The same for model parameters given directly (g is not applied).
     PointEvaluation evaluateParameters(const QVector<double> &parameters) const;
+    // Every row of X in order, through the delegate when one is set, else
+    // through evaluateHere().
     QVector<PointEvaluation> evaluate(const DoubleMatrix &X) const;
+    // The rows of X on this process's thread pool.
+    QVector<PointEvaluation> evaluateHere(const DoubleMatrix &X) const;
+
+    // Hands the rows of an evaluate() call to other processes (the batch
+    // tool's MPI ranks), so that the core never depends on how. It must
+    // return one evaluation per row, in row order, each what evaluatePoint()
+    // gives for that row with this evaluator's current stage.
+    using Delegate = std::function<QVector<PointEvaluation>(const ClusterEvaluator &, const DoubleMatrix &)>;
+    Delegate delegate;
 
     // Accumulated over every evaluate() call (wall time from the start of
     // the parallel map to the return, and the rows without NaN, which are

@@ -7,6 +7,8 @@ packages=(
   qtbase5-dev libqt5charts5-dev
   libboost-dev libgsl-dev
   libbenchmark-dev libmuparser-dev
+  # MPI for the batch tool's runs over several processes and machines.
+  libopenmpi-dev openmpi-bin
   python3 python3-numpy python3-scipy
   # Interpreters that run the exported scripts in the tests (Octave installs in
   # about 30 s; the tests skip an interpreter that is absent).
