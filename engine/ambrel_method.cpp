@@ -174,8 +174,10 @@ RunOutcome ambrel_method::run_3(int k_in)
 void ambrel_method::finishRun()
 {
     running = false;
-    if (!projectFolder.isEmpty())
+    if (!projectFolder.isEmpty()) {
+        m_writer.wait();
         writeEndOfRunFiles(projectFolder, result);
+    }
 
     RunOutcome outcome;
     if (m_failed) {
@@ -432,8 +434,9 @@ void ambrel_method::logStatistics(int k, int improved)
             QString::number(n));
 }
 
+// On the writer thread, while the next iteration goes on.
 void ambrel_method::writeIterationFiles()
 {
     if (!projectFolder.isEmpty())
-        ::writeIterationFiles(projectFolder, result);
+        m_writer.write(projectFolder, result);
 }

@@ -1,5 +1,6 @@
 #include "project/ResultStore.h"
 
+#include "project/AtomicFile.h"
 #include "project/TableFiles.h"
 
 #include <QDataStream>
@@ -7,6 +8,7 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QTextStream>
 
@@ -161,15 +163,20 @@ DoubleMatrix readIterationFile(const QString &projectFolder, IterationFile file,
 
 void writeComputationLog(const QString &projectFolder, const QStringList &log)
 {
-    QFile file(resultFilePath(projectFolder, QStringLiteral("computation_log.txt")));
-    if (!file.open(QIODevice::ReadWrite | QIODevice::Text)) {
-        qDebug() << "Error, unable to save";
-        return;
-    }
-    QTextStream stream(&file);
-    stream.setCodec("UTF-8");
+    const QString path = resultFilePath(projectFolder, QStringLiteral("computation_log.txt"));
+    QByteArray text;
     for (const QString &line : log)
-        stream << line << '\n';
+        text += line.toUtf8() + '\n';
+    // The file used to be rewritten in place, so a longer file kept its tail;
+    // the replacement keeps it too.
+    const QFileInfo existing(path);
+    if (existing.exists() && existing.size() > text.size()) {
+        QFile file(path);
+        if (file.open(QIODevice::ReadOnly) && file.seek(text.size()))
+            text += file.readAll();
+    }
+    if (!writeFileAtomically(path, text.constData(), std::size_t(text.size())))
+        qDebug() << "Error, unable to save";
 }
 
 void writeIterationFiles(const QString &projectFolder, const compResult &result)
@@ -177,8 +184,7 @@ void writeIterationFiles(const QString &projectFolder, const compResult &result)
     QDir().mkpath(resultFolderPath(projectFolder));
     auto path = [&projectFolder](const QString &name) { return resultFilePath(projectFolder, name); };
 
-    if (!result.X.isEmpty())
-        writeDoubleMatrix(path(iterationFileName(IterationFile::X, result.X.size() - 1)), result.X.last());
+    // X_k last: where it exists, every other file of iteration k is complete.
     if (!result.Y.isEmpty())
         writeDoubleMatrix(path(iterationFileName(IterationFile::Y, result.Y.size() - 1)), result.Y.last());
     if (!result.Parameter.isEmpty())
@@ -204,6 +210,8 @@ void writeIterationFiles(const QString &projectFolder, const compResult &result)
     writeComputationLog(projectFolder, result.log);
     if (!result.sortIndex.isEmpty())
         writeIntMatrix(path(QStringLiteral("sortIndex.csv")), {result.sortIndex});
+    if (!result.X.isEmpty())
+        writeDoubleMatrix(path(iterationFileName(IterationFile::X, result.X.size() - 1)), result.X.last());
 }
 
 void writeEndOfRunFiles(const QString &projectFolder, const compResult &result)
@@ -215,14 +223,12 @@ void writeEndOfRunFiles(const QString &projectFolder, const compResult &result)
 
 void writeOutputHistory(const QString &path, const QVector<DoubleMatrix> &outputs)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        qDebug() << "Error, unable to save";
-        return;
-    }
-    QDataStream stream(&file);
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
     stream.setVersion(QDataStream::Qt_5_12);
     stream << outputs;
+    if (!writeFileAtomically(path, bytes.constData(), std::size_t(bytes.size())))
+        qDebug() << "Error, unable to save";
 }
 
 bool readOutputHistory(const QString &path, QVector<DoubleMatrix> &outputs)
