@@ -174,10 +174,8 @@ RunOutcome ambrel_method::run_3(int k_in)
 void ambrel_method::finishRun()
 {
     running = false;
-    if (!projectFolder.isEmpty()) {
-        m_writer.wait();
-        writeEndOfRunFiles(projectFolder, result);
-    }
+    if (!projectFolder.isEmpty())
+        m_writer.writeEndOfRun(projectFolder, result);
 
     RunOutcome outcome;
     if (m_failed) {

@@ -54,12 +54,18 @@ DoubleMatrix readIterationFile(const QString &projectFolder, IterationFile file,
 // sortIndex.csv when it has values and last X from its newest entry, so that
 // an X file marks an iteration whose files are all complete. Creates the
 // "compResult" folder when missing.
-void writeIterationFiles(const QString &projectFolder, const compResult &result);
+// written, when given, is a record whose files are on disk already: the
+// files whose content is the same shared data as its entries of the same
+// iteration are not written again (the end of a run rewrites little more
+// than the log).
+void writeIterationFiles(const QString &projectFolder, const compResult &result,
+                         const compResult *written = nullptr);
 
 // The iteration files once more, then Y.dat when the record has outputs. After
 // an abort at iteration 0 every history is empty, so only the log (and the
 // solution times and sort index, if the record holds any) is written.
-void writeEndOfRunFiles(const QString &projectFolder, const compResult &result);
+void writeEndOfRunFiles(const QString &projectFolder, const compResult &result,
+                        const compResult *written = nullptr);
 
 // Writes the log to "computation_log.txt": every line, each followed by "\n",
 // from the start of the file. The log only grows during a run, so each write

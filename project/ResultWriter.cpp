@@ -34,6 +34,16 @@ void ResultWriter::wait()
     m_changed.wait(lock, [this] { return !m_job && !m_busy; });
 }
 
+void ResultWriter::writeEndOfRun(const QString &projectFolder, const compResult &record)
+{
+    wait();
+    const bool sameFolder = projectFolder == m_writtenFolder;
+    writeEndOfRunFiles(projectFolder, record, sameFolder ? &m_written : nullptr);
+    // Later runs start from other files (a restart may have rewritten some).
+    m_written = compResult();
+    m_writtenFolder.clear();
+}
+
 void ResultWriter::run()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
@@ -51,6 +61,8 @@ void ResultWriter::run()
                 m_cleanedFolder = job.projectFolder;
             }
             writeIterationFiles(job.projectFolder, job.record);
+            m_written = job.record;
+            m_writtenFolder = job.projectFolder;
         } catch (const std::exception &error) {
             qDebug() << "Error, unable to save:" << error.what();
         }

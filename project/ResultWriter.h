@@ -30,6 +30,11 @@ public:
     // Returns once everything handed over is written.
     void wait();
 
+    // The end-of-run files (writeEndOfRunFiles), written on the calling
+    // thread once everything handed over is written; files the writer wrote
+    // already with the same content are left as they are.
+    void writeEndOfRun(const QString &projectFolder, const compResult &record);
+
 private:
     struct Job {
         QString projectFolder;
@@ -44,5 +49,9 @@ private:
     bool m_busy = false;      // a job is being written
     bool m_stopping = false;
     QString m_cleanedFolder;
+    // The last record written and its folder (written by the writer thread
+    // while busy, read by others only when it is idle).
+    compResult m_written;
+    QString m_writtenFolder;
     std::thread m_thread;
 };

@@ -181,21 +181,33 @@ void TestResultWriter::backgroundWriterWritesWhatDirectWritesWrite()
     QVERIFY(QDir().mkpath(background.path() + "/compResult"));
     QVERIFY(writeFile(background.path() + "/compResult/.X_0.csv.partial", "left by a killed run"));
     compResult record;
-    {
-        ResultWriter writer;
-        for (int k = 0; k < 4; ++k) {
-            appendIteration(record, k, 100);
-            writeIterationFiles(direct.path(), record);
-            writer.write(background.path(), record);
-            // What the next iteration does to the record meanwhile.
-            record.X << record.X[k];
-            for (QVector<double> &row : record.X[k + 1])
-                row[0] += 1;
+    ResultWriter writer;
+    for (int k = 0; k < 4; ++k) {
+        appendIteration(record, k, 100);
+        writeIterationFiles(direct.path(), record);
+        writer.write(background.path(), record);
+        // What the next iteration does to the record meanwhile.
+        record.X << record.X[k];
+        for (QVector<double> &row : record.X[k + 1])
+            row[0] += 1;
+        if (k < 3)
             record.X.removeLast();
-            record.log << "next";
-            record.log.removeLast();
-        }
-    } // the destructor waits for the last files
+    }
+    // The end of the run: the step's cluster dropped, a last log line.
+    record.truncateHistories(4);
+    record.log << "Total Computation time so far (in min): 0.1";
+    writeEndOfRunFiles(direct.path(), record);
+    writer.writeEndOfRun(background.path(), record);
+    QCOMPARE(folderContent(background.path() + "/compResult"), folderContent(direct.path() + "/compResult"));
+
+    // An abort drops the iteration in progress; the files stay the same too.
+    appendIteration(record, 4, 100);
+    writer.write(background.path(), record);
+    writeIterationFiles(direct.path(), record);
+    appendIteration(record, 5, 100);
+    record.truncateHistories(5);
+    writeEndOfRunFiles(direct.path(), record);
+    writer.writeEndOfRun(background.path(), record);
     QCOMPARE(folderContent(background.path() + "/compResult"), folderContent(direct.path() + "/compResult"));
 }
 
