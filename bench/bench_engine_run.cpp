@@ -2,6 +2,9 @@
 // parameters), configured as the batch tool configures a run: 250 points
 // drawn uniformly in the search domain (fixed seed), 50 Stage 1 and 10 Stage 2
 // iterations, every result file written into a temporary project folder.
+// The _Oral row runs the oral-absorption example the same way; the _10000
+// row is the largest cluster the window allows (three Stage 1 iterations,
+// so two step computations).
 //
 // Counters:
 //   evals_per_s      model evaluations (rows actually integrated) per second
@@ -34,10 +37,13 @@ void dropDebugMessages(QtMsgType type, const QMessageLogContext &, const QString
         std::fprintf(stderr, "%s\n", qPrintable(message));
 }
 
-const ProjectModel &pbpkProject()
+const ProjectModel &exampleProject(const QString &example)
 {
-    static const ProjectModel project = loadProjectModel(AMBREL_EXAMPLES_DIR "/pbpk");
-    return project;
+    static std::map<QString, ProjectModel> projects;
+    auto found = projects.find(example);
+    if (found == projects.end())
+        found = projects.emplace(example, loadProjectModel(AMBREL_EXAMPLES_DIR "/" + example)).first;
+    return found->second;
 }
 
 struct RunConfiguration {
@@ -45,6 +51,7 @@ struct RunConfiguration {
     int stage1;
     int stage2;
     bool writeFiles = true;
+    const char *example = "pbpk";
 };
 
 // Every run writes into its own sub-folder of one temporary folder that is
@@ -65,7 +72,7 @@ std::map<int, double> &oneThreadSeconds()
 
 void pbpkRun(benchmark::State &state, int threads, const RunConfiguration &configuration)
 {
-    const ProjectModel &project = pbpkProject();
+    const ProjectModel &project = exampleProject(configuration.example);
     if (!project.isValid()) {
         state.SkipWithError(qPrintable(problemTexts(project.problems).join("; ")));
         return;
@@ -108,7 +115,7 @@ void pbpkRun(benchmark::State &state, int threads, const RunConfiguration &confi
     state.counters["best_ssr"] = bestSsr;
     state.counters["threads"] = threads;
     const int key = configuration.points * 100000 + configuration.stage1 * 1000 + configuration.stage2 * 10 +
-                    (configuration.writeFiles ? 1 : 0);
+                    (configuration.writeFiles ? 1 : 0) + (QString(configuration.example) == "pbpk" ? 0 : 5);
     if (threads == 1)
         oneThreadSeconds()[key] = seconds / runs;
     else if (oneThreadSeconds().count(key))
@@ -119,6 +126,8 @@ const RunConfiguration kDefaultRun{250, 50, 10};
 const RunConfiguration kSmallRun{100, 20, 5};
 const RunConfiguration kDefaultRunNoFiles{250, 50, 10, false};
 const RunConfiguration kSmallRunNoFiles{100, 20, 5, false};
+const RunConfiguration kOralRun{250, 50, 10, true, "oral-absorption"};
+const RunConfiguration kLargestRun{10000, 3, 0};
 
 } // namespace
 
@@ -154,6 +163,18 @@ static void BM_PbpkRun_Small_NoFiles_Threads2(benchmark::State &s)
 {
     pbpkRun(s, 2, kSmallRunNoFiles);
 }
+static void BM_OralRun_Threads1(benchmark::State &s)
+{
+    pbpkRun(s, 1, kOralRun);
+}
+static void BM_OralRun_Threads2(benchmark::State &s)
+{
+    pbpkRun(s, 2, kOralRun);
+}
+static void BM_PbpkRun_10000_Threads2(benchmark::State &s)
+{
+    pbpkRun(s, 2, kLargestRun);
+}
 BENCHMARK(BM_PbpkRun_Small_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(BM_PbpkRun_Small_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(BM_PbpkRun_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
@@ -162,6 +183,9 @@ BENCHMARK(BM_PbpkRun_Small_NoFiles_Threads1)->Iterations(1)->UseManualTime()->Un
 BENCHMARK(BM_PbpkRun_Small_NoFiles_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(BM_PbpkRun_NoFiles_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(BM_PbpkRun_NoFiles_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_OralRun_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_OralRun_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_PbpkRun_10000_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 
 int main(int argc, char **argv)
 {

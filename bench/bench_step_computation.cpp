@@ -1,7 +1,9 @@
 // Time of one step computation of the cluster (global model, neighbourhood
 // weights, every point's local weighted Jacobian and regularised solve) for
-// engine-sized problems: n points, p parameters, m outputs. This is the
-// engine's main cost outside model evaluation.
+// engine-sized problems: n points, p parameters, m outputs, on `threads`
+// threads. This is the engine's main cost outside model evaluation. The rows
+// with p = 4 and m = 21 have the PBPK example's sizes; n = 10000 is the
+// largest cluster the window allows.
 #include "engine/StepComputation.h"
 
 #include <benchmark/benchmark.h>
@@ -70,8 +72,9 @@ void BM_StepComputation(benchmark::State &state)
 {
     const Problem input =
             problem(std::size_t(state.range(0)), std::size_t(state.range(1)), std::size_t(state.range(2)));
+    const int threads = int(state.range(3));
     for (auto _ : state) {
-        StepResult result = computeSteps(input.X, input.Y, input.mask, input.lambda, input.settings);
+        StepResult result = computeSteps(input.X, input.Y, input.mask, input.lambda, input.settings, threads);
         benchmark::DoNotOptimize(result.steps.data().begin());
     }
 }
@@ -79,10 +82,18 @@ void BM_StepComputation(benchmark::State &state)
 } // namespace
 
 BENCHMARK(BM_StepComputation)
-        ->ArgNames({"n", "p", "m"})
-        ->Args({250, 10, 40})
-        ->Args({250, 5, 20})
-        ->Args({250, 15, 100})
+        ->ArgNames({"n", "p", "m", "threads"})
+        ->Args({250, 10, 40, 1})
+        ->Args({250, 5, 20, 1})
+        ->Args({250, 15, 100, 1})
+        ->Args({250, 15, 100, 2})
+        ->Args({250, 4, 21, 1})
+        ->Args({250, 4, 21, 2})
+        ->Args({4000, 4, 21, 1})
+        ->Args({4000, 4, 21, 2})
+        ->Args({10000, 4, 21, 1})
+        ->Args({10000, 4, 21, 2})
+        ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
 
 int main(int argc, char **argv)

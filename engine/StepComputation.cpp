@@ -1,5 +1,8 @@
 #include "engine/StepComputation.h"
 
+#include "engine/LocalJacobian.h"
+#include "engine/ParallelChunks.h"
+
 #include <boost/numeric/ublas/matrix_proxy.hpp>
 
 #include <QDebug>
@@ -8,116 +11,42 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
+#include <memory>
 
 namespace {
 
-// Scratch storage of one step computation, sized once and reused by every
-// point and output so that the small solves allocate nothing.
-struct Scratch {
-    std::size_t p = 0;
-    std::size_t m = 0;
-    std::vector<double> normal;               // p x p: weighted normal matrix of a local fit
-    std::vector<double> crossTerms;           // p x m: dX^T W dY of a local fit, all outputs
-    std::vector<double> localSolution;        // p x m: its columns are the local Jacobian's rows
-    std::vector<double> displacement;         // p: X_k - X_i
-    std::vector<double> weightedDisplacement; // p x n: w_k (X_k - X_i), used rows only
-    std::vector<double> outputChange;         // n x m: Y_k - Y_i, used rows only
-    std::vector<double> residual;             // m: right-hand side of the step
-    std::vector<double> stepNormal;           // p x p: J^T J, then regularised
-    std::vector<double> stepRhs;              // p: J^T r
+// The step scratch of one thread: the regularised normal equations of a
+// point's step and, for locally fitted points, its local Jacobian.
+struct StepWorkspace {
+    LocalFitWorkspace localFit;
+    std::vector<std::size_t> localPoints; // of the chunk in hand
+    std::vector<double> localJacobians;   // theirs, m x p each
+    Matrix localJacobian;                 // m x p: the one in use
+    std::vector<double> residual;         // m: right-hand side of the step
+    std::vector<double> normal;           // p x p: J^T J, then regularised
+    std::vector<double> rhs;              // p: J^T r
     ConjugateGradientWorkspace cg;
-    ConjugateGradientColumnsWorkspace cgColumns;
 
-    Scratch(std::size_t parameters, std::size_t outputs, std::size_t points)
-        : p(parameters)
-        , m(outputs)
-        , normal(p * p)
-        , crossTerms(p * m)
-        , localSolution(p * m)
-        , displacement(p)
-        , weightedDisplacement(p * points)
-        , outputChange(points * m)
-        , residual(m)
-        , stepNormal(p * p)
-        , stepRhs(p)
+    explicit StepWorkspace(const LocalFitInputs &in)
+        : localFit(in)
+        , localJacobian(in.m, in.p)
+        , residual(in.m)
+        , normal(in.p * in.p)
+        , rhs(in.p)
     {
-        cg.resize(p);
-        cgColumns.resize(p, m);
+        cg.resize(in.p);
     }
 };
 
 // Solves (J^T J, regularised by lambda) step = J^T r by CG capped at rows(J).
 void regularisedStep(const Matrix &jacobian, const double *residual, double lambda, double *step,
-                     Scratch &scratch)
+                     StepWorkspace &scratch)
 {
     const std::size_t p = jacobian.size2();
-    formNormalMatrix(jacobian, scratch.stepNormal.data());
-    formNormalRhs(jacobian, residual, scratch.stepRhs.data());
-    regulariseDiagonal(scratch.stepNormal.data(), p, lambda);
-    conjugateGradients(scratch.stepNormal.data(), scratch.stepRhs.data(), p, jacobian.size1(), step,
-                       scratch.cg);
-}
-
-// Local Jacobian of point i: for each output j the weighted least-squares
-// fit dX a ~ dY_j with row weights W(i, k). This is CGNE on the weighted
-// design matrix sqrt(W) dX (n rows, hence the cap n); its normal matrix
-// dX^T W dX does not depend on j and is formed once for all m outputs, and
-// the m solves run side by side (each with its own stopping rule).
-// Rows of weight 0 (the point itself, invalid points) are skipped, so NaN
-// outputs of invalid points never enter the sums.
-void localJacobian(const Matrix &X, const Matrix &Y, const Matrix &weights, std::size_t i, Matrix &jacobian,
-                   Scratch &scratch)
-{
-    const std::size_t n = X.size1();
-    const std::size_t p = scratch.p;
-    const std::size_t m = scratch.m;
-    double *normal = scratch.normal.data();
-    double *cross = scratch.crossTerms.data();
-    double *dx = scratch.displacement.data();
-    std::fill(scratch.normal.begin(), scratch.normal.end(), 0.0);
-
-    const double *xi = &X.data()[i * p];
-    const double *yi = &Y.data()[i * m];
-    const double *wi = &weights.data()[i * n];
-    std::size_t used = 0;
-    for (std::size_t k = 0; k < n; ++k)
-        used += wi[k] != 0.0 ? 1 : 0;
-
-    // The used rows, compacted: (W dX)^T as p x used and dY as used x m, so
-    // that dX^T W dY is one blocked product.
-    double *weightedDisplacement = scratch.weightedDisplacement.data();
-    double *outputChange = scratch.outputChange.data();
-    std::size_t row = 0;
-    for (std::size_t k = 0; k < n; ++k) {
-        const double w = wi[k];
-        if (w == 0.0)
-            continue;
-        const double *xk = &X.data()[k * p];
-        const double *yk = &Y.data()[k * m];
-        for (std::size_t q = 0; q < p; ++q)
-            dx[q] = xk[q] - xi[q];
-        double *dy = outputChange + row * m;
-        for (std::size_t j = 0; j < m; ++j)
-            dy[j] = yk[j] - yi[j];
-        for (std::size_t q = 0; q < p; ++q) {
-            const double wdx = w * dx[q];
-            weightedDisplacement[q * used + row] = wdx;
-            double *normalRow = normal + q * p;
-            for (std::size_t s = q; s < p; ++s)
-                normalRow[s] += wdx * dx[s];
-        }
-        ++row;
-    }
-    for (std::size_t q = 0; q < p; ++q)
-        for (std::size_t s = 0; s < q; ++s)
-            normal[q * p + s] = normal[s * p + q];
-    multiplyRowMajor(weightedDisplacement, outputChange, p, used, m, cross);
-
-    double *solution = scratch.localSolution.data();
-    conjugateGradientsColumns(normal, cross, p, m, n, solution, scratch.cgColumns);
-    for (std::size_t j = 0; j < m; ++j)
-        for (std::size_t q = 0; q < p; ++q)
-            jacobian(j, q) = solution[q * m + j];
+    formNormalMatrix(jacobian, scratch.normal.data());
+    formNormalRhs(jacobian, residual, scratch.rhs.data());
+    regulariseDiagonal(scratch.normal.data(), p, lambda);
+    conjugateGradients(scratch.normal.data(), scratch.rhs.data(), p, jacobian.size1(), step, scratch.cg);
 }
 
 bool sizesAgree(const Matrix &X, const Matrix &Y, const QVector<bool> &updateMask, const Vector &lambda,
@@ -135,6 +64,118 @@ bool sizesAgree(const Matrix &X, const Matrix &Y, const QVector<bool> &updateMas
              << "target:" << settings.target.size() << "bounds:" << settings.domainLower.size()
              << settings.domainUpper.size();
     return false;
+}
+
+LocalFitInputs localFitInputs(const Matrix &X, const Matrix &Y, const bool *valid, const Vector &domainLower,
+                              const Vector &domainUpper, bool uniformNeighbourhood)
+{
+    LocalFitInputs in;
+    in.n = X.size1();
+    in.p = X.size2();
+    in.m = Y.size2();
+    in.X = in.n * in.p != 0 ? &X.data()[0] : nullptr;
+    in.Y = in.n * in.m != 0 ? &Y.data()[0] : nullptr;
+    in.valid = valid;
+    in.uniformNeighbourhood = uniformNeighbourhood;
+    for (std::size_t q = 0; q < in.p; ++q)
+        in.range.push_back(domainUpper[q] - domainLower[q]);
+    in.columns.resize(in.n * in.p);
+    in.joined.resize(in.n * (in.p + in.m));
+    for (std::size_t i = 0; i < in.n; ++i) {
+        double *joined = &in.joined[i * (in.p + in.m)];
+        for (std::size_t q = 0; q < in.p; ++q)
+            in.columns[q * in.n + i] = joined[q] = X(i, q);
+        for (std::size_t j = 0; j < in.m; ++j)
+            joined[in.p + j] = Y(i, j);
+    }
+    return in;
+}
+
+// What the parallel part of a step computation needs beyond its inputs: the
+// kind of step of every point, and for the invalid points the global model
+// and their right-hand sides, whose rand() draws are taken here in point
+// order so that the steps do not depend on the number of threads.
+struct StepPlan {
+    enum Kind : char { None, Local, Global };
+    std::vector<Kind> kind;
+    std::size_t last = std::size_t(-1); // the last point that needs a Jacobian
+    Matrix globalJacobian;              // m x p, when a point needs it
+    std::vector<std::size_t> slot;      // point -> its row of globalResiduals
+    std::vector<double> globalResiduals;
+};
+
+StepPlan planSteps(const Matrix &X, const Matrix &Y, const QVector<bool> &updateMask, const bool *valid,
+                   const StepSettings &settings)
+{
+    const std::size_t n = X.size1(), p = X.size2(), m = Y.size2();
+    StepPlan plan;
+    plan.kind.resize(n, StepPlan::None);
+    plan.slot.resize(n, 0);
+    Vector intercept;
+    for (std::size_t i = 0; i < n; ++i) {
+        if (valid[i]) {
+            if (updateMask[int(i)]) {
+                plan.kind[i] = StepPlan::Local;
+                plan.last = i;
+            }
+            continue;
+        }
+        plan.kind[i] = StepPlan::Global;
+        plan.last = i;
+        // Fitted only when an invalid point needs it.
+        if (plan.globalJacobian.size1() == 0) {
+            const Matrix model = globalLinearModel(X, Y, updateMask);
+            plan.globalJacobian = ublas::subrange(model, 0, m, 0, p);
+            intercept = ublas::column(model, p);
+        }
+        // Each target entry scaled by a factor in [1 - d, 1 + d], drawn
+        // afresh per point and entry. u = (0..32767) / 32767 whatever
+        // RAND_MAX is (2^31 - 1 on glibc; its low 15 bits are uniform).
+        plan.slot[i] = plan.globalResiduals.size() / std::max<std::size_t>(m, 1);
+        const double d = settings.targetPerturbation;
+        for (std::size_t j = 0; j < m; ++j) {
+            const double u = double(std::rand() % 32768) / 32767.0;
+            const double perturbed = settings.target[j] * (1.0 + d * 2.0 * (u - 0.5));
+            double predicted = intercept[j];
+            for (std::size_t q = 0; q < p; ++q)
+                predicted += plan.globalJacobian(j, q) * X(i, q);
+            plan.globalResiduals.push_back(perturbed - predicted);
+        }
+    }
+    return plan;
+}
+
+// The steps of points begin .. end - 1: their local Jacobians first, fitted
+// together, then every point's regularised solve.
+void stepPoints(const LocalFitInputs &in, const StepPlan &plan, const Vector &target, const Vector &lambda,
+                std::size_t begin, std::size_t end, StepWorkspace &scratch, StepResult &result)
+{
+    const std::size_t p = in.p, m = in.m;
+    scratch.localPoints.clear();
+    for (std::size_t i = begin; i < end; ++i)
+        if (plan.kind[i] == StepPlan::Local)
+            scratch.localPoints.push_back(i);
+    scratch.localJacobians.resize(scratch.localPoints.size() * m * p);
+    scratch.localFit.fit(in, scratch.localPoints.data(), scratch.localPoints.size(),
+                         scratch.localJacobians.data());
+
+    const double *localJacobian = scratch.localJacobians.data();
+    for (std::size_t i = begin; i < end; ++i) {
+        double *step = &result.steps.data()[i * p];
+        if (plan.kind[i] == StepPlan::Global) {
+            regularisedStep(plan.globalJacobian, &plan.globalResiduals[plan.slot[i] * m], lambda[i], step,
+                            scratch);
+        } else if (plan.kind[i] == StepPlan::Local) {
+            std::copy_n(localJacobian, m * p, &scratch.localJacobian.data()[0]);
+            localJacobian += m * p;
+            for (std::size_t j = 0; j < m; ++j)
+                scratch.residual[j] = target[j] - in.Y[i * m + j];
+            regularisedStep(scratch.localJacobian, scratch.residual.data(), lambda[i], step, scratch);
+            // Only the chunk that holds the last point writes it.
+            if (i == plan.last)
+                result.lastJacobian = scratch.localJacobian;
+        }
+    }
 }
 
 } // namespace
@@ -160,28 +201,14 @@ Matrix neighbourhoodWeights(const Matrix &X, const QVector<bool> &valid, const V
                             const Vector &domainUpper, bool uniformNeighbourhood)
 {
     const std::size_t n = X.size1();
-    const std::size_t p = X.size2();
+    std::unique_ptr<bool[]> flags(new bool[n]);
+    std::copy(valid.begin(), valid.end(), flags.get());
+    const LocalFitInputs in =
+            localFitInputs(X, X, flags.get(), domainLower, domainUpper, uniformNeighbourhood);
     Matrix weights(n, n, 0.0);
-    std::vector<double> range(p);
-    for (std::size_t q = 0; q < p; ++q)
-        range[q] = domainUpper[q] - domainLower[q];
-    for (std::size_t i = 0; i < n; ++i) {
-        if (!valid[int(i)])
-            continue;
-        for (std::size_t k = i + 1; k < n; ++k) {
-            if (!valid[int(k)])
-                continue;
-            double distance = 1.0;
-            if (!uniformNeighbourhood) {
-                distance = 0.0;
-                for (std::size_t q = 0; q < p; ++q) {
-                    const double scaled = (X(i, q) - X(k, q)) / range[q];
-                    distance += scaled * scaled;
-                }
-            }
-            weights(i, k) = weights(k, i) = 1.0 / distance;
-        }
-    }
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t k = i + 1; k < n; ++k)
+            weights(i, k) = weights(k, i) = neighbourWeight(in, i, k);
     return weights;
 }
 
@@ -226,7 +253,7 @@ Matrix globalLinearModel(const Matrix &X, const Matrix &Y, const QVector<bool> &
 }
 
 StepResult computeSteps(const Matrix &X, const Matrix &Y, const QVector<bool> &updateMask,
-                        const Vector &lambda, const StepSettings &settings)
+                        const Vector &lambda, const StepSettings &settings, int threads)
 {
     const std::clock_t started = std::clock();
     const std::size_t n = X.size1();
@@ -237,54 +264,20 @@ StepResult computeSteps(const Matrix &X, const Matrix &Y, const QVector<bool> &u
     if (!sizesAgree(X, Y, updateMask, lambda, settings) || p == 0 || m == 0)
         return result;
 
-    const QVector<bool> valid = validOutputs(Y);
-    const Matrix weights = neighbourhoodWeights(X, valid, settings.domainLower, settings.domainUpper,
-                                                settings.uniformNeighbourhood);
-    Scratch scratch(p, m, n);
-    Matrix localJ(m, p);
-    Matrix globalJ;
-    Vector intercept;
-    bool haveGlobalModel = false;
-    enum { None, Local, Global } lastJacobian = None;
+    const QVector<bool> validRows = validOutputs(Y);
+    std::unique_ptr<bool[]> valid(new bool[n]);
+    std::copy(validRows.begin(), validRows.end(), valid.get());
+    const StepPlan plan = planSteps(X, Y, updateMask, valid.get(), settings);
+    const LocalFitInputs in = localFitInputs(X, Y, valid.get(), settings.domainLower, settings.domainUpper,
+                                             settings.uniformNeighbourhood);
 
-    for (std::size_t i = 0; i < n; ++i) {
-        double *step = &result.steps.data()[i * p];
-        double *residual = scratch.residual.data();
-        if (!valid[int(i)]) {
-            // Fitted only when an invalid point needs it.
-            if (!haveGlobalModel) {
-                const Matrix model = globalLinearModel(X, Y, updateMask);
-                globalJ = ublas::subrange(model, 0, m, 0, p);
-                intercept = ublas::column(model, p);
-                haveGlobalModel = true;
-            }
-            // Each target entry scaled by a factor in [1 - d, 1 + d], drawn
-            // afresh per point and entry. u = (0..32767) / 32767 whatever
-            // RAND_MAX is (2^31 - 1 on glibc; its low 15 bits are uniform).
-            const double d = settings.targetPerturbation;
-            for (std::size_t j = 0; j < m; ++j) {
-                const double u = double(std::rand() % 32768) / 32767.0;
-                const double perturbed = settings.target[j] * (1.0 + d * 2.0 * (u - 0.5));
-                double predicted = intercept[j];
-                for (std::size_t q = 0; q < p; ++q)
-                    predicted += globalJ(j, q) * X(i, q);
-                residual[j] = perturbed - predicted;
-            }
-            regularisedStep(globalJ, residual, lambda[i], step, scratch);
-            lastJacobian = Global;
-        } else if (updateMask[int(i)]) {
-            localJacobian(X, Y, weights, i, localJ, scratch);
-            for (std::size_t j = 0; j < m; ++j)
-                residual[j] = settings.target[j] - Y(i, j);
-            regularisedStep(localJ, residual, lambda[i], step, scratch);
-            lastJacobian = Local;
-        }
-    }
-
-    if (lastJacobian == Global)
-        result.lastJacobian = globalJ;
-    else if (lastJacobian == Local)
-        result.lastJacobian = localJ;
+    runInChunks(n, threads > 0 ? threads : defaultThreadCount(), [&] {
+        return [&, scratch = std::make_shared<StepWorkspace>(in)](std::size_t begin, std::size_t end) {
+            stepPoints(in, plan, settings.target, lambda, begin, end, *scratch, result);
+        };
+    });
+    if (plan.last < n && plan.kind[plan.last] == StepPlan::Global)
+        result.lastJacobian = plan.globalJacobian;
 
     const double seconds = double(std::clock() - started) / CLOCKS_PER_SEC;
     qDebug() << "Matrix calc time " << seconds;

@@ -46,5 +46,8 @@ Matrix globalLinearModel(const Matrix &X, const Matrix &Y, const QVector<bool> &
 // linear model towards a target perturbed with rand(); valid points with the
 // mask clear get no step. Writes "Matrix calc time " with the processor time
 // in seconds to the debug output.
+// The points are stepped in parallel on `threads` threads (0: as many as the
+// global pool has; 1: the calling thread alone). The rand() draws are taken
+// in point order first, so the steps are the same bits for any thread count.
 StepResult computeSteps(const Matrix &X, const Matrix &Y, const QVector<bool> &updateMask,
-                        const Vector &lambda, const StepSettings &settings);
+                        const Vector &lambda, const StepSettings &settings, int threads = 0);

@@ -185,7 +185,7 @@ void ambrel_method::finishRun()
 {
     running = false;
     if (!projectFolder.isEmpty())
-        writeEndOfRunFiles(projectFolder, result);
+        m_writer.writeEndOfRun(projectFolder, result);
 
     RunOutcome outcome;
     if (m_failed) {
@@ -442,8 +442,9 @@ void ambrel_method::logStatistics(int k, int improved)
             QString::number(n));
 }
 
+// On the writer thread, while the next iteration goes on.
 void ambrel_method::writeIterationFiles()
 {
     if (!projectFolder.isEmpty())
-        ::writeIterationFiles(projectFolder, result);
+        m_writer.write(projectFolder, result);
 }

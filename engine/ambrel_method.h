@@ -3,6 +3,7 @@
 #include "engine/ClusterEvaluation.h"
 #include "engine/RunOutcome.h"
 #include "engine/RunSettings.h"
+#include "project/ResultWriter.h"
 #include "project/compResult.h"
 
 #include <QElapsedTimer>
@@ -102,4 +103,6 @@ private:
     qint64 m_evaluationsAtStart = 0;
     QString m_refusal; // the screening's reason to refuse the run
     bool m_failed = false;
+    // Writes each iteration's files while the next one evaluates.
+    ResultWriter m_writer;
 };

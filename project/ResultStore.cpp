@@ -1,5 +1,6 @@
 #include "project/ResultStore.h"
 
+#include "project/AtomicFile.h"
 #include "project/TableFiles.h"
 
 #include <QDataStream>
@@ -7,6 +8,7 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QTextStream>
 
@@ -161,68 +163,87 @@ DoubleMatrix readIterationFile(const QString &projectFolder, IterationFile file,
 
 void writeComputationLog(const QString &projectFolder, const QStringList &log)
 {
-    QFile file(resultFilePath(projectFolder, QStringLiteral("computation_log.txt")));
-    if (!file.open(QIODevice::ReadWrite | QIODevice::Text)) {
-        qDebug() << "Error, unable to save";
-        return;
-    }
-    QTextStream stream(&file);
-    stream.setCodec("UTF-8");
+    const QString path = resultFilePath(projectFolder, QStringLiteral("computation_log.txt"));
+    QByteArray text;
     for (const QString &line : log)
-        stream << line << '\n';
+        text += line.toUtf8() + '\n';
+    // The file used to be rewritten in place, so a longer file kept its tail;
+    // the replacement keeps it too.
+    const QFileInfo existing(path);
+    if (existing.exists() && existing.size() > text.size()) {
+        QFile file(path);
+        if (file.open(QIODevice::ReadOnly) && file.seek(text.size()))
+            text += file.readAll();
+    }
+    if (!writeFileAtomically(path, text.constData(), std::size_t(text.size())))
+        qDebug() << "Error, unable to save";
 }
 
-void writeIterationFiles(const QString &projectFolder, const compResult &result)
+void writeIterationFiles(const QString &projectFolder, const compResult &result, const compResult *written)
 {
     QDir().mkpath(resultFolderPath(projectFolder));
     auto path = [&projectFolder](const QString &name) { return resultFilePath(projectFolder, name); };
+    // The newest entry of a history is on disk when the written record has
+    // the same iteration with the same shared data (which cannot change
+    // while that record holds it).
+    const auto onDisk = [written](const auto &history, auto member) {
+        if (!written)
+            return false;
+        const auto &writtenHistory = written->*member;
+        return writtenHistory.size() == history.size() &&
+               writtenHistory.last().constData() == history.last().constData();
+    };
+    const auto writeNewest = [&](IterationFile file, const QVector<DoubleMatrix> &history,
+                                 QVector<DoubleMatrix> compResult::*member) {
+        if (!history.isEmpty() && !onDisk(history, member))
+            writeDoubleMatrix(path(iterationFileName(file, history.size() - 1)), history.last());
+    };
+    const auto writeNewestRow = [&](IterationFile file, const QVector<QVector<double>> &history,
+                                    QVector<QVector<double>> compResult::*member) {
+        if (!history.isEmpty() && !onDisk(history, member))
+            writeRow(path(iterationFileName(file, history.size() - 1)), history.last());
+    };
 
-    if (!result.X.isEmpty())
-        writeDoubleMatrix(path(iterationFileName(IterationFile::X, result.X.size() - 1)), result.X.last());
-    if (!result.Y.isEmpty())
-        writeDoubleMatrix(path(iterationFileName(IterationFile::Y, result.Y.size() - 1)), result.Y.last());
-    if (!result.Parameter.isEmpty())
-        writeDoubleMatrix(path(iterationFileName(IterationFile::Parameter, result.Parameter.size() - 1)),
-                          result.Parameter.last());
+    // X_k last: where it exists, every other file of iteration k is complete.
+    writeNewest(IterationFile::Y, result.Y, &compResult::Y);
+    writeNewest(IterationFile::Parameter, result.Parameter, &compResult::Parameter);
 
     // The kept solutions belong to the record's newest iteration.
     const int k = result.iterationCount() - 1;
-    if (k >= 0) {
-        for (int i = 0; i < result.solutions.size(); ++i)
-            if (!result.solutions[i].isEmpty())
-                writeDoubleMatrix(path(solutionFileName(k, i)), result.solutions[i]);
+    const bool sameIteration = written && written->iterationCount() == result.iterationCount();
+    for (int i = 0; k >= 0 && i < result.solutions.size(); ++i) {
+        const DoubleMatrix &solution = result.solutions[i];
+        const bool solutionOnDisk = sameIteration && i < written->solutions.size() &&
+                                    written->solutions[i].constData() == solution.constData();
+        if (!solution.isEmpty() && !solutionOnDisk)
+            writeDoubleMatrix(path(solutionFileName(k, i)), solution);
     }
 
-    if (!result.SSR.isEmpty())
-        writeRow(path(iterationFileName(IterationFile::SSR, result.SSR.size() - 1)), result.SSR.last());
-    if (!result.lambda.isEmpty())
-        writeRow(path(iterationFileName(IterationFile::Lambda, result.lambda.size() - 1)),
-                 result.lambda.last());
-
+    writeNewestRow(IterationFile::SSR, result.SSR, &compResult::SSR);
+    writeNewestRow(IterationFile::Lambda, result.lambda, &compResult::lambda);
     if (!result.solutionTimes.isEmpty())
         writeRow(path(QStringLiteral("ode_time.csv")), result.solutionTimes);
     writeComputationLog(projectFolder, result.log);
     if (!result.sortIndex.isEmpty())
         writeIntMatrix(path(QStringLiteral("sortIndex.csv")), {result.sortIndex});
+    writeNewest(IterationFile::X, result.X, &compResult::X);
 }
 
-void writeEndOfRunFiles(const QString &projectFolder, const compResult &result)
+void writeEndOfRunFiles(const QString &projectFolder, const compResult &result, const compResult *written)
 {
-    writeIterationFiles(projectFolder, result);
+    writeIterationFiles(projectFolder, result, written);
     if (!result.Y.isEmpty())
         writeOutputHistory(resultFilePath(projectFolder, QStringLiteral("Y.dat")), result.Y);
 }
 
 void writeOutputHistory(const QString &path, const QVector<DoubleMatrix> &outputs)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        qDebug() << "Error, unable to save";
-        return;
-    }
-    QDataStream stream(&file);
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
     stream.setVersion(QDataStream::Qt_5_12);
     stream << outputs;
+    if (!writeFileAtomically(path, bytes.constData(), std::size_t(bytes.size())))
+        qDebug() << "Error, unable to save";
 }
 
 bool readOutputHistory(const QString &path, QVector<DoubleMatrix> &outputs)

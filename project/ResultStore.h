@@ -21,7 +21,8 @@
 //                                       (see writeOutputHistory), end of run only
 //
 // Writers never report failure to the caller: a file that cannot be written
-// gives the table writer's debug line and the run goes on.
+// gives the table writer's debug line and the run goes on. Every file is
+// replaced at once (see AtomicFile.h), so a reader never sees half of one.
 
 // The per-iteration files, named "<prefix>k.csv" with the prefixes "X_",
 // "Y_", "Parameter_", "R_" and "lambda_".
@@ -45,23 +46,31 @@ int storedIterationCount(const QString &projectFolder, IterationFile file);
 // for a missing file.
 DoubleMatrix readIterationFile(const QString &projectFolder, IterationFile file, int k);
 
-// The files of the newest iteration: X, Y and Parameter from the newest entry
+// The files of the newest iteration: Y and Parameter from the newest entry
 // of each history (a history without entries writes nothing), the ODE_sol
 // files of every point with a non-empty solution under the record's newest
 // iteration number (X's; none without X entries), R and lambda from their
-// newest entries, then ode_time.csv and sortIndex.csv when they have values,
-// and the computation log. Creates the "compResult" folder when missing.
-void writeIterationFiles(const QString &projectFolder, const compResult &result);
+// newest entries, ode_time.csv when it has values, the computation log,
+// sortIndex.csv when it has values and last X from its newest entry, so that
+// an X file marks an iteration whose files are all complete. Creates the
+// "compResult" folder when missing.
+// written, when given, is a record whose files are on disk already: the
+// files whose content is the same shared data as its entries of the same
+// iteration are not written again (the end of a run rewrites little more
+// than the log).
+void writeIterationFiles(const QString &projectFolder, const compResult &result,
+                         const compResult *written = nullptr);
 
 // The iteration files once more, then Y.dat when the record has outputs. After
 // an abort at iteration 0 every history is empty, so only the log (and the
 // solution times and sort index, if the record holds any) is written.
-void writeEndOfRunFiles(const QString &projectFolder, const compResult &result);
+void writeEndOfRunFiles(const QString &projectFolder, const compResult &result,
+                        const compResult *written = nullptr);
 
-// Writes the log to "computation_log.txt": the file is opened for reading and
-// writing without truncation and every line is written from the start, each
-// followed by "\n". The log only grows during a run, so each write replaces
-// the previous content; a log shorter than the file leaves the file's tail.
+// Writes the log to "computation_log.txt": every line, each followed by "\n",
+// from the start of the file. The log only grows during a run, so each write
+// replaces the previous content; a log shorter than the file keeps the
+// file's tail after it.
 void writeComputationLog(const QString &projectFolder, const QStringList &log);
 
 // Y.dat: a QDataStream (format Qt 5.12) holding the output history as one

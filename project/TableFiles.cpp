@@ -1,5 +1,8 @@
 #include "project/TableFiles.h"
 
+#include "project/AtomicFile.h"
+#include "project/NumberText.h"
+
 #include <QDebug>
 #include <QFile>
 #include <QSaveFile>
@@ -38,22 +41,15 @@ struct TextFileWriter {
     }
 };
 
+// The text is formed in memory and the file written at once, through a
+// temporary file, so that a reader never sees part of it.
 template<typename Matrix>
 void writeMatrix(const QString &path, const Matrix &matrix)
 {
-    TextFileWriter writer(path);
-    if (!writer.open()) {
+    std::string text;
+    appendMatrixText(text, matrix);
+    if (!writeFileAtomically(path, text.data(), text.size()))
         qDebug() << "Error, unable to save";
-        return;
-    }
-    for (const auto &row : matrix) {
-        for (int c = 0; c < row.size(); ++c) {
-            if (c > 0)
-                writer.stream << ',';
-            writer.stream << row[c];
-        }
-        writer.stream << '\n';
-    }
 }
 
 // Lines of a text file, or false when it is missing or cannot be opened.

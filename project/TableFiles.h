@@ -14,7 +14,9 @@
 DoubleMatrix textToDoubleMatrix(const QString &text);
 
 // One line per row, values joined by "," and each line ended by "\n"; doubles
-// with 16 significant digits. A row of length zero writes only "\n".
+// with 16 significant digits (see NumberText.h). A row of length zero writes
+// only "\n". The file is replaced at once (see AtomicFile.h): a reader sees
+// the old file or the whole new one.
 // Debug line on failure: "Error, unable to save".
 void writeDoubleMatrix(const QString &path, const DoubleMatrix &matrix);
 void writeIntMatrix(const QString &path, const IntMatrix &matrix);

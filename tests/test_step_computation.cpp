@@ -6,6 +6,7 @@
 #include <QRegularExpression>
 #include <QtTest>
 
+#include <cstring>
 #include <random>
 
 namespace {
@@ -71,6 +72,7 @@ private slots:
     void globalModelPullsInvalidPoints();
     void perturbedTargetStaysInItsBand();
     void identicalPointsGiveNaNSteps();
+    void stepsAreTheSameBitsOnAnyThreadCount();
 };
 
 void TestStepComputation::localJacobianOfLinearModel()
@@ -230,6 +232,47 @@ void TestStepComputation::identicalPointsGiveNaNSteps()
     QVERIFY(std::isnan(result.steps(6, 0)));
     for (std::size_t i : {0, 2, 3, 4, 5, 7})
         QVERIFY(reachesTarget(problem, result, i));
+}
+
+// The points are shared out among threads in chunks, their local fits in
+// blocks and their neighbours in tiles: none of it may change a bit. Random
+// clusters larger than a tile, with failed points (NaN and infinite outputs,
+// mask set or clear), clear masks, duplicate points and both neighbourhoods.
+void TestStepComputation::stepsAreTheSameBitsOnAnyThreadCount()
+{
+    const auto sameBits = [](const Matrix &a, const Matrix &b) {
+        return a.size1() == b.size1() && a.size2() == b.size2() &&
+               std::memcmp(a.data().begin(), b.data().begin(), a.data().size() * sizeof(double)) == 0;
+    };
+    for (unsigned seed = 1; seed <= 6; ++seed) {
+        std::mt19937_64 generator(seed);
+        const std::size_t n = 150 + generator() % 200, p = 1 + generator() % 6, m = 1 + generator() % 30;
+        LinearProblem problem = linearProblem(n, p, m, seed);
+        problem.settings.uniformNeighbourhood = seed % 3 == 0;
+        problem.settings.targetPerturbation = 0.1;
+        QVector<bool> mask(static_cast<int>(n));
+        Vector lambda(n);
+        for (std::size_t i = 0; i < n; ++i) {
+            mask[int(i)] = generator() % 6 != 0;
+            lambda[i] = std::pow(10.0, double(generator() % 7) - 3.0);
+            problem.Y(i, generator() % m) += std::sin(double(i)); // not exactly linear
+            if (generator() % 9 == 0)
+                problem.Y(i, generator() % m) = generator() % 2 ? kNaN : -HUGE_VAL;
+        }
+        ublas::row(problem.X, n - 2) = ublas::row(problem.X, 3);
+
+        std::srand(seed);
+        const StepResult serial = computeSteps(problem.X, problem.Y, mask, lambda, problem.settings, 1);
+        const int nextDraw = std::rand();
+        for (int threads : {2, 3, 5}) {
+            std::srand(seed);
+            const StepResult parallel =
+                    computeSteps(problem.X, problem.Y, mask, lambda, problem.settings, threads);
+            QVERIFY2(sameBits(parallel.steps, serial.steps), qPrintable(QString("seed %1").arg(seed)));
+            QVERIFY(sameBits(parallel.lastJacobian, serial.lastJacobian));
+            QCOMPARE(std::rand(), nextDraw); // as many draws, taken in the same order
+        }
+    }
 }
 
 QTEST_APPLESS_MAIN(TestStepComputation)

@@ -1,0 +1,21 @@
+// Whole-file writes that a killed process cannot leave half done.
+#pragma once
+
+#include <QString>
+
+#include <cstddef>
+
+// Writes the bytes to a temporary file in the same folder and gives it the
+// name path only when it is complete, so that path holds either its old
+// content or all of the new one. On Linux the temporary file is unnamed
+// (O_TMPFILE) and linked to its name: four system calls (open, write, link,
+// close) for a new file. Elsewhere, and to replace an existing file, it is
+// named as the file name with a leading "." and the suffix ".partial" and
+// renamed over path. There is no flush to the disk: that guards against a
+// power cut, not a killed process, and would cost more than the write
+// itself. False when the file cannot be written (the temporary file is then
+// removed).
+bool writeFileAtomically(const QString &path, const char *data, std::size_t size);
+
+// Removes the temporary files a killed writer left in the folder.
+void removePartialFiles(const QString &folder);
