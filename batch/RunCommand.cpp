@@ -73,10 +73,16 @@ compResult startingRecord(const QString &folder, const ProjectModel &project, co
 {
     compResult record;
     if (restart) {
-        if (!loadResult(folder, record))
-            throw InputError(QStringLiteral("No stored result to restart in %1/compResult.").arg(folder));
-        if (record.X.last().value(0).size() != project.searchVariableCount)
-            throw InputError(QStringLiteral("The stored result does not match the model's parameters."));
+        ResultShape shape;
+        shape.searchVariables = project.searchVariableCount;
+        shape.outputs = project.observations.size();
+        shape.parameters = project.system.parameterNames.size();
+        QString note;
+        if (!loadResult(folder, record, shape, &note))
+            throw InputError(QStringLiteral("No stored result to restart in %1/compResult. %2").arg(folder, note));
+        if (!note.isEmpty())
+            std::fprintf(stderr, "%s\n", qPrintable(note));
+        std::fprintf(stderr, "Restarting from iteration %d of the stored result.\n", int(record.X.size()) - 1);
         return record;
     }
     DoubleMatrix cluster = project.initialCluster;

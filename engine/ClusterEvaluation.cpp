@@ -30,6 +30,7 @@ PointEvaluation ClusterEvaluator::evaluatePoint(const QVector<double> &x) const
         point.solution << QVector<double>(row.begin(), row.end());
         point.outputs << values.evaluate(observations[r].variableExpression, observations[r].time, row);
     }
+    finishedPoints.fetchAndAddRelaxed(1);
     return point;
 }
 

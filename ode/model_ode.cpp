@@ -47,7 +47,17 @@ void ModelRhs::derivatives(double t, const double *x, double *dxdt)
             dxdt[(*infusedCompartments)[k]] += (*infusionRates)[k];
     }
     ++evaluations;
+    checkFinite(x, dxdt);
     checkTimeLimit();
+}
+
+void ModelRhs::checkFinite(const double *x, const double *dxdt) const
+{
+    // A state or slope that is infinite or NaN never becomes finite again;
+    // the integrators would shrink their steps until the time limit.
+    for (int i = 0; i < n; ++i)
+        if (!std::isfinite(x[i]) || !std::isfinite(dxdt[i]))
+            throw std::runtime_error("Exception : the solution is not finite");
 }
 
 std::vector<std::vector<double>> model_ode::nanRows() const
