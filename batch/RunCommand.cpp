@@ -1,4 +1,5 @@
 #include "BatchCommon.h"
+#include "RunReport.h"
 
 #include "engine/EngineSetup.h"
 #include "project/ResultStore.h"
@@ -79,13 +80,20 @@ compResult startingRecord(const QString &folder, const ProjectModel &project, co
         shape.parameters = project.system.parameterNames.size();
         QString note;
         if (!loadResult(folder, record, shape, &note))
-            throw InputError(QStringLiteral("No stored result to restart in %1/compResult. %2").arg(folder, note));
+            throw InputError(
+                    QStringLiteral("No stored result to restart in %1/compResult. %2").arg(folder, note));
         if (!note.isEmpty())
             std::fprintf(stderr, "%s\n", qPrintable(note));
-        std::fprintf(stderr, "Restarting from iteration %d of the stored result.\n", int(record.X.size()) - 1);
+        std::fprintf(stderr, "Restarting from iteration %d of the stored result.\n",
+                     int(record.X.size()) - 1);
         return record;
     }
     DoubleMatrix cluster = project.initialCluster;
+    if (!cluster.isEmpty())
+        std::printf(
+                "Using the stored initial cluster model/initial_cluster.txt (%d points); --points applies "
+                "only without it: delete that file to sample a new cluster.\n",
+                int(cluster.size()));
     if (cluster.isEmpty()) {
         std::mt19937_64 generator(settings.seed ? *settings.seed : std::uint64_t(std::time(nullptr)));
         cluster =
@@ -97,21 +105,23 @@ compResult startingRecord(const QString &folder, const ProjectModel &project, co
 }
 
 // A progress bar on a terminal, one statistics line per iteration otherwise.
-void showProgress(ambrel_method &engine, bool terminal)
+void showProgress(ambrel_method &engine, bool terminal, SlowIterationNotice &notice)
 {
     const int total = engine.settings.stage1Iterations + engine.settings.stage2Iterations;
-    QObject::connect(&engine, &ambrel_method::current_computation_result, [=](const compResult &result) {
-        const int k = result.X.size();
-        if (terminal) {
-            const int width = 40, filled = width * k / total;
-            std::fprintf(stderr, "\r[%s%s] iteration %d/%d", QByteArray(filled, '#').constData(),
-                         QByteArray(width - filled, ' ').constData(), k, total);
-            std::fflush(stderr);
-        } else {
-            std::printf("%s\n", qPrintable(statisticsLine(result)));
-            std::fflush(stdout);
-        }
-    });
+    QObject::connect(
+            &engine, &ambrel_method::current_computation_result, [=, &notice](const compResult &result) {
+                const int k = result.X.size();
+                notice.iterationFinished(k - 1);
+                if (terminal) {
+                    const int width = 40, filled = width * k / total;
+                    std::fprintf(stderr, "\r[%s%s] iteration %d/%d", QByteArray(filled, '#').constData(),
+                                 QByteArray(width - filled, ' ').constData(), k, total);
+                    std::fflush(stderr);
+                } else {
+                    std::printf("%s\n", qPrintable(statisticsLine(result)));
+                    std::fflush(stdout);
+                }
+            });
 }
 
 // The run's messages and best point; the exit status follows the outcome:
@@ -128,12 +138,7 @@ int reportOutcome(const RunOutcome &outcome, const compResult &result, const Pro
                      qPrintable(folder));
         return aborted ? kInterrupted : 1;
     }
-    const int best = result.sortIndex.first();
-    std::printf("Best sum of squares: %s\n", qPrintable(QString::number(result.SSR.last()[best], 'g', 6)));
-    const QStringList &names = project.system.parameterNames;
-    for (int j = 0; j < names.size(); ++j)
-        std::printf("  %s = %s\n", qPrintable(names[j]),
-                    qPrintable(QString::number(result.Parameter.last()[best].value(j), 'g', 6)));
+    std::printf("%s", qPrintable(runSummaryText(result, project.system.parameterNames, outcome.wallSeconds)));
     std::printf("Result: %s/compResult/\n", qPrintable(QDir(folder).absolutePath()));
     if (aborted) {
         std::printf("Stopped after %d iterations; continue with: ambrel-batch run %s --restart\n",
@@ -157,6 +162,7 @@ int runCommand(const QString &folder, const QStringList &arguments)
         QThreadPool::globalInstance()->setMaxThreadCount(options.intValue("--threads", 1, 1));
 
     const ProjectModel project = loadCheckedProject(folder);
+    std::printf("%s", qPrintable(parameterTableText(project)));
     ambrel_method engine;
     configureEngine(engine, project, settings);
     engine.projectFolder = folder;
@@ -164,7 +170,8 @@ int runCommand(const QString &folder, const QStringList &arguments)
     engine.result = startingRecord(folder, project, settings, restart);
 
     const bool terminal = isatty(STDERR_FILENO);
-    showProgress(engine, terminal);
+    SlowIterationNotice notice(engine.evaluator, 10, terminal);
+    showProgress(engine, terminal, notice);
     runningEngine = &engine;
     std::signal(SIGINT, requestAbort);
     const RunOutcome outcome = restart ? engine.rerun() : engine.run();

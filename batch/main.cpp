@@ -1,6 +1,7 @@
 // ambrel-batch: runs the Ambrel method and forward simulations on a project
 // folder without the workbench.
 #include "BatchCommon.h"
+#include "RunReport.h"
 
 #include <QCoreApplication>
 
@@ -15,7 +16,28 @@ const char *const kUsage =
         "                       [--timeout-ms N] [--points N] [--threads N] [--seed N] [--restart]\n"
         "  ambrel-batch simulate DIR --expression EXPR [--expression EXPR ...] --times \"0:1:10\"\n"
         "                       [--parameters NAME=VALUE,...] [--integrator lsoda|rosenbrock]\n"
-        "  ambrel-batch export DIR\n";
+        "  ambrel-batch export DIR\n"
+        "  ambrel-batch COMMAND --help   the command's options and their defaults\n";
+
+bool asksForHelp(const QStringList &arguments)
+{
+    return arguments.contains(QLatin1String("--help")) || arguments.contains(QLatin1String("-h"));
+}
+
+// The help of the command named first, or the usage.
+int printHelp(const QStringList &arguments)
+{
+    const QString command = arguments.value(0);
+    if (command == QLatin1String("run"))
+        std::printf("%s", qPrintable(runHelpText()));
+    else if (command == QLatin1String("simulate"))
+        std::printf("%s", qPrintable(simulateHelpText()));
+    else if (command == QLatin1String("export"))
+        std::printf("%s", qPrintable(exportHelpText()));
+    else
+        std::printf("%s", kUsage);
+    return 0;
+}
 
 // The engine's diagnostics are for developers; the batch tool shows them only
 // with AMBREL_DEBUG set.
@@ -33,6 +55,8 @@ int main(int argc, char **argv)
     if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
         qInstallMessageHandler(quietMessages);
     const QStringList arguments = app.arguments().mid(1);
+    if (asksForHelp(arguments))
+        return printHelp(arguments);
     if (arguments.size() < 2) {
         std::fprintf(stderr, "%s", kUsage);
         return kInvalidInput;

@@ -195,8 +195,8 @@ QString OdeSystemText::substituteAuxiliaryFunctions()
                 continue;
             const QString word = QLatin1Char(' ') + auxiliaryNames[i] + QLatin1Char(' ');
             const QString replacement = QLatin1String(" ( ") + auxiliaryExpressions[i] + QLatin1String(" ) ");
-            const qint64 grown = qint64(text.size()) +
-                                 qint64(text.count(word)) * (replacement.size() - word.size());
+            const qint64 grown =
+                    qint64(text.size()) + qint64(text.count(word)) * (replacement.size() - word.size());
             if (grown > maxLength) {
                 errors << QStringLiteral("The auxiliary functions make the ODE system longer than %1 "
                                          "characters (\"%2\" is used too often): use fewer nested "

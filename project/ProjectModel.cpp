@@ -167,9 +167,9 @@ ProjectInputs readProjectInputs(const QString &folder)
 {
     ProjectInputs inputs;
     const QString dir = folder + "/model/";
-    for (const char *name : {kOdeFile, "ODE_auxiliary_function_expression.txt", kSpecificationFile,
-                             "reparaDefinition.txt", "reparaInverse.txt", kDoseFile, kObservationFile,
-                             "initial_cluster.txt"}) {
+    for (const char *name :
+         {kOdeFile, "ODE_auxiliary_function_expression.txt", kSpecificationFile, "reparaDefinition.txt",
+          "reparaInverse.txt", kDoseFile, kObservationFile, "initial_cluster.txt"}) {
         QFile file(dir + name);
         if (file.open(QIODevice::ReadOnly) && !isPlainText(file.readAll()))
             inputs.unreadableFiles << QLatin1String(name);

@@ -179,8 +179,8 @@ bool keepCompleteIterations(compResult &r, const ResultShape &shape, const QStri
     const int q = shape.parameters >= 0 ? shape.parameters : r.Parameter.value(0).value(0).size();
     const int complete = completeIterations(r, n, p, m, q);
     const int clusters = complete < r.X.size() && hasShape(r.X[complete], n, p) ? complete + 1 : complete;
-    const int longest = std::max({int(r.Y.size()), int(r.Parameter.size()), int(r.SSR.size()),
-                                  int(r.lambda.size())});
+    const int longest =
+            std::max({int(r.Y.size()), int(r.Parameter.size()), int(r.SSR.size()), int(r.lambda.size())});
     if (clusters < r.X.size() || complete < longest) {
         say(QStringLiteral("The files of iteration %1 are incomplete or do not fit the model: using "
                            "the stored clusters 0 to %2, the newest complete iteration being %3.")
@@ -406,9 +406,9 @@ bool loadResult(const QString &projectFolder, compResult &result, const ResultSh
     // The stored sort index belongs to the newest iteration written; after a
     // cut, or when it does not list every point, it is computed afresh.
     const int n = result.X.first().size();
-    const bool sortFits = result.sortIndex.size() == n &&
-                          std::all_of(result.sortIndex.begin(), result.sortIndex.end(),
-                                      [n](int i) { return i >= 0 && i < n; });
+    const bool sortFits =
+            result.sortIndex.size() == n && std::all_of(result.sortIndex.begin(), result.sortIndex.end(),
+                                                        [n](int i) { return i >= 0 && i < n; });
     if (!sortFits || (note && !note->isEmpty()))
         result.updateSortIndex();
     result.solutionTimes = readRow(path(QStringLiteral("ode_time.csv")));
