@@ -109,9 +109,15 @@ std::vector<std::vector<double>> model_ode::evaluate(const QVector<double> &para
             solver->setMessageStream(lsodaMessageStream);
         }
 
-        // Observations at the first grid point see the initial state.
+        // The observation records of every grid point, in record order.
+        std::vector<std::vector<int>> recordsAt(std::size_t(timePoints.size()));
         for (int r = 0; r < observationTimeIndex.size(); ++r)
-            if (observationTimeIndex[r] == 0)
+            if (observationTimeIndex[r] >= 0)
+                recordsAt[std::size_t(observationTimeIndex[r])].push_back(r);
+
+        // Observations at the first grid point see the initial state.
+        if (!recordsAt.empty())
+            for (int r : recordsAt[0])
                 rows[std::size_t(r)] = state;
 
         for (int i = 0; i + 1 < timePoints.size(); ++i) {
@@ -126,8 +132,7 @@ std::vector<std::vector<double>> model_ode::evaluate(const QVector<double> &para
             else
                 integrateLsoda(state, timePoints[i], timePoints[i + 1], rhs, *solver);
             // The state before the doses of grid point i + 1.
-            for (int r = observationTimeIndex.indexOf(i + 1); r >= 0;
-                 r = observationTimeIndex.indexOf(i + 1, r + 1))
+            for (int r : recordsAt[std::size_t(i) + 1])
                 rows[std::size_t(r)] = state;
         }
         m_rhsEvaluations = rhs.evaluations;

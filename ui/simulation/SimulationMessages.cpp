@@ -14,7 +14,7 @@ QString red(ProblemSource source, const QString &text)
 
 QString timePointsErrorHtml(const QString &text, bool)
 {
-    return red(ProblemSource::SimulationExpression, simulationTimePointsProblem(text).toHtmlEscaped());
+    return red(ProblemSource::SimulationExpression, simulationTimePointsProblem(text));
 }
 
 QString noOdeSystemHtml()
