@@ -56,6 +56,8 @@ printf '1,2\n3,4\n\x1e5,6,7\n8,9,10\n\x1e1,2\n3,4\n\x1e0.5,0.25\n\x1e1,1\n\x1e1.
   >build-fuzz/corpus/result_reload/seed0
 
 mkdir -p build-fuzz/findings
+# A small quarantine, so that the peak RSS reported reflects the inputs.
+export ASAN_OPTIONS="${ASAN_OPTIONS:-quarantine_size_mb=16:detect_leaks=1}"
 status=0
 for h in "${harnesses[@]}"; do
   echo "== fuzz_$h for ${seconds}s"

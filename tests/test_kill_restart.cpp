@@ -55,6 +55,7 @@ void TestKillRestart::killedRunsRestartConsistently()
 
     QRandomGenerator random(2718); // the kill moments repeat from run to run
     bool started = false;
+    int tornAfterKills = 0;
     for (int kill = 0; kill < 6; ++kill) {
         QProcess process;
         process.start(AMBREL_BATCH, QStringList{"run", project} + kRun +
@@ -64,7 +65,11 @@ void TestKillRestart::killedRunsRestartConsistently()
         process.kill(); // SIGKILL
         process.waitForFinished(60000);
         started = started || QFile::exists(project + "/compResult/X_0.csv");
+        tornAfterKills += incompleteFiles(project + "/compResult/").size();
     }
+    // Until the writer replaces files atomically a kill can leave a cut
+    // file; the restart has to cope either way.
+    qInfo("incomplete files found after the kills: %d", tornAfterKills);
 
     // Restart until the run ends; a restart must never crash.
     QString err;
