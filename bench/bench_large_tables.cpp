@@ -82,7 +82,11 @@ void BM_LoadAndEvaluateDoses(benchmark::State &state)
 {
     loadAndEvaluateOnce(state, true);
 }
-BENCHMARK(BM_LoadAndEvaluateDoses)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMillisecond)->Complexity();
+BENCHMARK(BM_LoadAndEvaluateDoses)
+        ->RangeMultiplier(10)
+        ->Range(1000, 100000)
+        ->Unit(benchmark::kMillisecond)
+        ->Complexity();
 
 } // namespace
 

@@ -8,10 +8,14 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static const char *const files[] = {"ODE_expression.txt", "ODE_auxiliary_function_expression.txt",
-                                        "parameter_specifications.csv", "dose_events.txt",
-                                        "observations.txt", "initial_cluster.txt",
-                                        "reparaDefinition.txt", "reparaInverse.txt"};
+    static const char *const files[] = {"ODE_expression.txt",
+                                        "ODE_auxiliary_function_expression.txt",
+                                        "parameter_specifications.csv",
+                                        "dose_events.txt",
+                                        "observations.txt",
+                                        "initial_cluster.txt",
+                                        "reparaDefinition.txt",
+                                        "reparaInverse.txt"};
     static QTemporaryDir dir;
     const QString model = dir.path() + QStringLiteral("/model/");
     QDir().mkpath(model);

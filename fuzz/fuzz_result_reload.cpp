@@ -11,9 +11,10 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static const char *const files[] = {"X_0.csv", "Y_0.csv", "Parameter_0.csv", "R_0.csv", "lambda_0.csv",
-                                        "X_1.csv", "Y_1.csv", "Parameter_1.csv", "R_1.csv", "lambda_1.csv",
-                                        "ODE_sol_1_0.csv", "sortIndex.csv", "ode_time.csv"};
+    static const char *const files[] = {"X_0.csv",      "Y_0.csv",      "Parameter_0.csv", "R_0.csv",
+                                        "lambda_0.csv", "X_1.csv",      "Y_1.csv",         "Parameter_1.csv",
+                                        "R_1.csv",      "lambda_1.csv", "ODE_sol_1_0.csv", "sortIndex.csv",
+                                        "ode_time.csv"};
     const int count = int(sizeof(files) / sizeof(files[0]));
     static QTemporaryDir dir;
     const QString results = dir.path() + QStringLiteral("/compResult/");

@@ -73,9 +73,8 @@ void TestKillRestart::killedRunsRestartConsistently()
 
     // Restart until the run ends; a restart must never crash.
     QString err;
-    const int status = runToEnd(QStringList{"run", project} + kRun +
-                                        (started ? QStringList{"--restart"} : QStringList{}),
-                                &err);
+    const int status = runToEnd(
+            QStringList{"run", project} + kRun + (started ? QStringList{"--restart"} : QStringList{}), &err);
     QVERIFY2(status == 0, qPrintable(err));
 
     const QString results = project + "/compResult/";
