@@ -27,6 +27,7 @@ private slots:
     void runToTheEndAndBackToIdle();
     void stopEndsTheRunAndReturnsToIdle();
     void runRefusedByTheParameterSpecification();
+    void negativeDoseDurationReachesTheErrorPane();
     void closingDuringARunWaitsForIt();
 
 private:
@@ -181,6 +182,19 @@ void RunAndProjectTest::stopEndsTheRunAndReturnsToIdle()
     find<QAction>("actionAbort")->trigger();
     QTRY_VERIFY_WITH_TIMEOUT(idle(), 60000);
     QVERIFY(!find<QTextEdit>("textEdi_compLog")->toPlainText().contains("iterNumber: 108"));
+}
+
+// A dose with duration -5 used to run with the dose missing.
+void RunAndProjectTest::negativeDoseDurationReachesTheErrorPane()
+{
+    openExample("oral-absorption");
+    find<QTableWidget>("tableWidget_doseEvents")->item(0, 3)->setText("-5");
+    find<QAction>("actionRun")->trigger();
+    QVERIFY(find<QTextEdit>("textEdit_error")
+                    ->toPlainText()
+                    .contains("Error on 1th dose event: Infusion administration duration cannot be less than "
+                              "0."));
+    QVERIFY(idle());
 }
 
 void RunAndProjectTest::runRefusedByTheParameterSpecification()
