@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QTextStream>
 
 #include <algorithm>
@@ -384,8 +385,11 @@ QString moveResultsToHistory(const QString &projectFolder)
 bool loadResult(const QString &projectFolder, compResult &result, const ResultShape &shape, QString *note)
 {
     result = compResult();
-    if (note)
-        note->clear();
+    QString loadNote;
+    const auto tell = qScopeGuard([&] {
+        if (note)
+            *note = loadNote;
+    });
     auto path = [&projectFolder](const QString &name) { return resultFilePath(projectFolder, name); };
 
     QStringList incomplete;
@@ -394,22 +398,28 @@ bool loadResult(const QString &projectFolder, compResult &result, const ResultSh
     result.Parameter = readHistory(projectFolder, IterationFile::Parameter, incomplete);
     result.SSR = firstRows(readHistory(projectFolder, IterationFile::SSR, incomplete));
     result.lambda = firstRows(readHistory(projectFolder, IterationFile::Lambda, incomplete));
-    if (!keepCompleteIterations(result, shape, incomplete, note)) {
+    if (!keepCompleteIterations(result, shape, incomplete, &loadNote)) {
         result = compResult();
         result.log = readLogLines(path(QStringLiteral("computation_log.txt")));
         return false;
     }
 
-    const QVector<double> storedSort = readRow(path(QStringLiteral("sortIndex.csv")));
-    for (double index : storedSort)
-        result.sortIndex << static_cast<int>(index);
     // The stored sort index belongs to the newest iteration written; after a
-    // cut, or when it does not list every point, it is computed afresh.
+    // cut, or when it is not a permutation of the points, it is computed
+    // afresh.
     const int n = result.X.first().size();
-    const bool sortFits =
-            result.sortIndex.size() == n && std::all_of(result.sortIndex.begin(), result.sortIndex.end(),
-                                                        [n](int i) { return i >= 0 && i < n; });
-    if (!sortFits || (note && !note->isEmpty()))
+    const QVector<double> storedSort = readRow(path(QStringLiteral("sortIndex.csv")));
+    QVector<bool> listed(n, false);
+    bool sortFits = storedSort.size() == n && loadNote.isEmpty();
+    for (int k = 0; sortFits && k < n; ++k) {
+        const double index = storedSort[k];
+        sortFits = index >= 0 && index < n && index == std::floor(index) && !listed[int(index)];
+        if (sortFits) {
+            listed[int(index)] = true;
+            result.sortIndex << int(index);
+        }
+    }
+    if (!sortFits)
         result.updateSortIndex();
     result.solutionTimes = readRow(path(QStringLiteral("ode_time.csv")));
     result.log = readLogLines(path(QStringLiteral("computation_log.txt")));

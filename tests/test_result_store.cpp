@@ -210,6 +210,14 @@ void TestResultStore::tornFilesFallBackToTheNewestCompleteIteration()
     shape.searchVariables = 3;
     QVERIFY(!loadResult(other.path(), loaded, shape, &note));
     QVERIFY(note.contains("X_0.csv does not fit the model"));
+
+    // A stored sort index that is not a permutation of the points (the
+    // fuzzer's 7.8e15, a repeat) is computed afresh from the SSRs.
+    for (const char *stored : {"0,7777777777777777,1\n", "0,0,2\n"}) {
+        QVERIFY(writeFile(other.path() + "/compResult/sortIndex.csv", stored));
+        QVERIFY(loadResult(other.path(), loaded));
+        QCOMPARE(loaded.sortIndex, (QVector<int>{0, 2, 1}));
+    }
 }
 
 // The file is not truncated: a shorter log overwrites only its own length.
