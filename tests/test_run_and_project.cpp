@@ -28,6 +28,7 @@ private slots:
     void stopEndsTheRunAndReturnsToIdle();
     void runRefusedByTheParameterSpecification();
     void negativeDoseDurationReachesTheErrorPane();
+    void cutResultFilesAreNamedInTheLog();
     void closingDuringARunWaitsForIt();
 
 private:
@@ -195,6 +196,20 @@ void RunAndProjectTest::negativeDoseDurationReachesTheErrorPane()
                     .contains("Error on 1th dose event: Infusion administration duration cannot be less than "
                               "0."));
     QVERIFY(idle());
+}
+
+// A kill during a write leaves a cut file; opening the folder keeps the
+// complete iterations and the log pane says what was left out.
+void RunAndProjectTest::cutResultFilesAreNamedInTheLog()
+{
+    const QString folder = copyExample(*m_dir, "oral-absorption");
+    QVERIFY(QDir().mkpath(folder + "/compResult"));
+    QVERIFY(writeFile(folder + "/compResult/X_0.csv", "0.1,0.2,0.3\n0.2,0.3,0.4\n"));
+    QVERIFY(writeFile(folder + "/compResult/X_1.csv", "0.1,0.2,0.3\n0.2,0."));
+    m_window->openProject(folder);
+    QVERIFY(find<QTextEdit>("textEdi_compLog")
+                    ->toPlainText()
+                    .contains("Incomplete result files (cut off by an interrupted write): X_1.csv."));
 }
 
 void RunAndProjectTest::runRefusedByTheParameterSpecification()
