@@ -2,9 +2,17 @@
 
 #include <QString>
 #include <QStringList>
+#include <QtGlobal>
 
 #include <cstddef>
 #include <cstdint>
+
+// Qt's debug and warning lines (the parsers' diagnostics) would flood the
+// fuzzer's log and slow every input; fatal messages still abort.
+inline const bool kQuietQt = [] {
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    return true;
+}();
 
 // The fuzz input as text, as a user's file would be read.
 inline QString fuzzText(const uint8_t *data, size_t size)
