@@ -105,23 +105,21 @@ compResult startingRecord(const QString &folder, const ProjectModel &project, co
 }
 
 // A progress bar on a terminal, one statistics line per iteration otherwise.
-void showProgress(ambrel_method &engine, bool terminal, SlowIterationNotice &notice)
+void showProgress(ambrel_method &engine, bool terminal)
 {
     const int total = engine.settings.stage1Iterations + engine.settings.stage2Iterations;
-    QObject::connect(
-            &engine, &ambrel_method::current_computation_result, [=, &notice](const compResult &result) {
-                const int k = result.X.size();
-                notice.iterationFinished(k - 1);
-                if (terminal) {
-                    const int width = 40, filled = width * k / total;
-                    std::fprintf(stderr, "\r[%s%s] iteration %d/%d", QByteArray(filled, '#').constData(),
-                                 QByteArray(width - filled, ' ').constData(), k, total);
-                    std::fflush(stderr);
-                } else {
-                    std::printf("%s\n", qPrintable(statisticsLine(result)));
-                    std::fflush(stdout);
-                }
-            });
+    QObject::connect(&engine, &ambrel_method::current_computation_result, [=](const compResult &result) {
+        const int k = result.X.size();
+        if (terminal) {
+            const int width = 40, filled = width * k / total;
+            std::fprintf(stderr, "\r[%s%s] iteration %d/%d", QByteArray(filled, '#').constData(),
+                         QByteArray(width - filled, ' ').constData(), k, total);
+            std::fflush(stderr);
+        } else {
+            std::printf("%s\n", qPrintable(statisticsLine(result)));
+            std::fflush(stdout);
+        }
+    });
 }
 
 // The run's messages and best point; the exit status follows the outcome:
@@ -170,8 +168,10 @@ int runCommand(const QString &folder, const QStringList &arguments)
     engine.result = startingRecord(folder, project, settings, restart);
 
     const bool terminal = isatty(STDERR_FILENO);
+    showProgress(engine, terminal);
     SlowIterationNotice notice(engine.evaluator, 10, terminal);
-    showProgress(engine, terminal, notice);
+    QObject::connect(&engine, &ambrel_method::current_computation_result,
+                     [&notice](const compResult &result) { notice.iterationFinished(result.X.size() - 1); });
     runningEngine = &engine;
     std::signal(SIGINT, requestAbort);
     const RunOutcome outcome = restart ? engine.rerun() : engine.run();
