@@ -3,6 +3,8 @@
 #include <QDir>
 #include <QRegularExpression>
 
+#include <cstdio>
+
 OptionReader::OptionReader(const QStringList &arguments, const QStringList &valueOptions,
                            const QStringList &flagOptions)
 {
@@ -53,5 +55,7 @@ ProjectModel loadCheckedProject(const QString &folder)
     ProjectModel project = loadProjectModel(folder);
     if (!project.isValid())
         throw InputError(problemTexts(project.problems).join(QLatin1Char('\n')));
+    for (const QString &warning : project.system.warnings)
+        std::fprintf(stderr, "%s\n", qPrintable(warning));
     return project;
 }

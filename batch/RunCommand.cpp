@@ -1,5 +1,6 @@
 #include "BatchCommon.h"
 #include "MpiEvaluation.h"
+#include "RunReport.h"
 
 #include "engine/EngineSetup.h"
 #include "project/PolishSummary.h"
@@ -78,13 +79,26 @@ compResult startingRecord(const QString &folder, const ProjectModel &project, co
 {
     compResult record;
     if (restart) {
-        if (!loadResult(folder, record))
-            throw InputError(QStringLiteral("No stored result to restart in %1/compResult.").arg(folder));
-        if (record.X.last().value(0).size() != project.searchVariableCount)
-            throw InputError(QStringLiteral("The stored result does not match the model's parameters."));
+        ResultShape shape;
+        shape.searchVariables = project.searchVariableCount;
+        shape.outputs = project.observations.size();
+        shape.parameters = project.system.parameterNames.size();
+        QString note;
+        if (!loadResult(folder, record, shape, &note))
+            throw InputError(
+                    QStringLiteral("No stored result to restart in %1/compResult. %2").arg(folder, note));
+        if (!note.isEmpty())
+            std::fprintf(stderr, "%s\n", qPrintable(note));
+        std::fprintf(stderr, "Restarting from iteration %d of the stored result.\n",
+                     int(record.X.size()) - 1);
         return record;
     }
     DoubleMatrix cluster = project.initialCluster;
+    if (!cluster.isEmpty())
+        std::printf(
+                "Using the stored initial cluster model/initial_cluster.txt (%d points); --points applies "
+                "only without it: delete that file to sample a new cluster.\n",
+                int(cluster.size()));
     if (cluster.isEmpty()) {
         std::mt19937_64 generator(settings.seed ? *settings.seed : std::uint64_t(std::time(nullptr)));
         cluster =
@@ -185,12 +199,7 @@ int reportOutcome(const RunOutcome &outcome, const compResult &result, const Pro
                      qPrintable(folder));
         return aborted ? kInterrupted : 1;
     }
-    const int best = result.sortIndex.first();
-    std::printf("Best sum of squares: %s\n", qPrintable(QString::number(result.SSR.last()[best], 'g', 6)));
-    const QStringList &names = project.system.parameterNames;
-    for (int j = 0; j < names.size(); ++j)
-        std::printf("  %s = %s\n", qPrintable(names[j]),
-                    qPrintable(QString::number(result.Parameter.last()[best].value(j), 'g', 6)));
+    std::printf("%s", qPrintable(runSummaryText(result, project.system.parameterNames, outcome.wallSeconds)));
     if (polished)
         printPolishSummary(folder);
     std::printf("Result: %s/compResult/\n", qPrintable(QDir(folder).absolutePath()));
@@ -216,6 +225,7 @@ int runCommand(const QString &folder, const QStringList &arguments)
         QThreadPool::globalInstance()->setMaxThreadCount(options.intValue("--threads", 1, 1));
 
     const ProjectModel project = loadCheckedProject(folder);
+    std::printf("%s", qPrintable(parameterTableText(project)));
     ambrel_method engine;
     configureEngine(engine, project, settings);
     // Before anything is written into the folder: the other ranks read it now.
@@ -226,6 +236,9 @@ int runCommand(const QString &folder, const QStringList &arguments)
 
     const bool terminal = isatty(STDERR_FILENO);
     showProgress(engine, terminal);
+    SlowIterationNotice notice(engine.evaluator, 10, terminal);
+    QObject::connect(&engine, &ambrel_method::current_computation_result,
+                     [&notice](const compResult &result) { notice.iterationFinished(result.X.size() - 1); });
     runningEngine = &engine;
     // Ctrl-C, and the termination a scheduler or MPI launcher sends.
     std::signal(SIGINT, requestAbort);

@@ -61,7 +61,7 @@ int simulateCommand(const QString &folder, const QStringList &arguments)
     const QString timesText = options.values("--times").first();
     const QVector<double> times = parseSimulationTimePoints(timesText);
     if (times.isEmpty())
-        throw InputError(QStringLiteral("No time points in \"%1\".").arg(timesText));
+        throw InputError(simulationTimePointsProblem(timesText));
     const QString integrator =
             options.has("--integrator") ? options.values("--integrator").first() : QStringLiteral("lsoda");
     if (integrator != QLatin1String("lsoda") && integrator != QLatin1String("rosenbrock"))

@@ -2,6 +2,7 @@
 // folder without the workbench.
 #include "BatchCommon.h"
 #include "MpiEvaluation.h"
+#include "RunReport.h"
 
 #include <QCoreApplication>
 
@@ -17,7 +18,28 @@ const char *const kUsage =
         "                       [--restart]\n"
         "  ambrel-batch simulate DIR --expression EXPR [--expression EXPR ...] --times \"0:1:10\"\n"
         "                       [--parameters NAME=VALUE,...] [--integrator lsoda|rosenbrock]\n"
-        "  ambrel-batch export DIR\n";
+        "  ambrel-batch export DIR\n"
+        "  ambrel-batch COMMAND --help   the command's options and their defaults\n";
+
+bool asksForHelp(const QStringList &arguments)
+{
+    return arguments.contains(QLatin1String("--help")) || arguments.contains(QLatin1String("-h"));
+}
+
+// The help of the command named first, or the usage.
+int printHelp(const QStringList &arguments)
+{
+    const QString command = arguments.value(0);
+    if (command == QLatin1String("run"))
+        std::printf("%s", qPrintable(runHelpText()));
+    else if (command == QLatin1String("simulate"))
+        std::printf("%s", qPrintable(simulateHelpText()));
+    else if (command == QLatin1String("export"))
+        std::printf("%s", qPrintable(exportHelpText()));
+    else
+        std::printf("%s", kUsage);
+    return 0;
+}
 
 // The engine's diagnostics are for developers; the batch tool shows them only
 // with AMBREL_DEBUG set.
@@ -36,6 +58,8 @@ int main(int argc, char **argv)
     if (qEnvironmentVariableIsEmpty("AMBREL_DEBUG"))
         qInstallMessageHandler(quietMessages);
     const QStringList arguments = app.arguments().mid(1);
+    if (asksForHelp(arguments))
+        return printHelp(arguments);
     // Under an MPI launcher the ranks other than 0 only evaluate for rank 0.
     if (mpi.rank() > 0)
         return serveRankZero(arguments.value(1), arguments.mid(2));

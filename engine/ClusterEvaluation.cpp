@@ -35,6 +35,7 @@ PointEvaluation ClusterEvaluator::evaluateParameters(const QVector<double> &para
         point.solution << QVector<double>(row.begin(), row.end());
         point.outputs << values.evaluate(observations[r].variableExpression, observations[r].time, row);
     }
+    finishedPoints.fetchAndAddRelaxed(1);
     return point;
 }
 

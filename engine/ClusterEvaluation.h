@@ -5,6 +5,7 @@
 #include "model/ParameterSpecification.h"
 #include "ode/model_ode.h"
 
+#include <QAtomicInteger>
 #include <QStringList>
 #include <QVector>
 
@@ -55,4 +56,7 @@ public:
     // thread, so plain counters suffice.
     mutable qint64 evaluationNanoseconds = 0;
     mutable qint64 evaluatedRows = 0;
+    // Points finished by evaluatePoint(), counted from the worker threads, so
+    // that another thread can report progress while evaluations are slow.
+    mutable QAtomicInteger<qint64> finishedPoints = 0;
 };

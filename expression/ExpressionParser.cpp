@@ -19,42 +19,42 @@ struct Token {
     int tableIndex = -1;
 };
 
-// Splits every non-operator token at each case-insensitive occurrence of the
-// table's token number tableIndex, inserting operator tokens and dropping
-// empty pieces.
-QVector<Token> splitOn(const QVector<Token> &tokens, int tableIndex)
+// The tokens of one operand piece: the piece is split at every
+// case-insensitive occurrence of the first operator token (from tableIndex
+// on, in table order) that it holds, empty pieces dropped, and every piece
+// between is split the same way by the tokens after that one. This is the
+// same as splitting the whole token list by each table token in turn, but
+// makes one output list instead of one per table token, so a long formula
+// costs one pass over its text per token and no copies of the list.
+void splitPiece(QStringView piece, int tableIndex, QVector<Token> &out)
 {
-    const QString &op = OperatorTable::instance().tokens[tableIndex];
-    QVector<Token> out;
-    out.reserve(tokens.size() * 2);
-    for (const Token &token : tokens) {
-        if (token.isOperator) {
-            out.append(token);
+    const QStringList &ops = OperatorTable::instance().tokens;
+    for (int i = tableIndex; i < ops.size(); ++i) {
+        const QString &op = ops[i];
+        qsizetype at = piece.indexOf(op, 0, Qt::CaseInsensitive);
+        if (at < 0)
             continue;
-        }
-        int from = 0;
+        qsizetype from = 0;
         while (true) {
-            const int at = token.text.indexOf(op, from, Qt::CaseInsensitive);
-            const QString piece = token.text.mid(from, at < 0 ? -1 : at - from);
-            if (!piece.isEmpty())
-                out.append(Token{piece, false, -1});
+            const qsizetype end = at < 0 ? piece.size() : at;
+            if (end > from)
+                splitPiece(piece.mid(from, end - from), i + 1, out);
             if (at < 0)
                 break;
-            out.append(Token{op, true, tableIndex});
+            out.append(Token{op, true, i});
             from = at + op.size();
+            at = piece.indexOf(op, from, Qt::CaseInsensitive);
         }
+        return;
     }
-    return out;
+    out.append(Token{piece.toString(), false, -1});
 }
 
 QVector<Token> tokenize(const QString &text)
 {
-    QVector<Token> tokens{Token{text, false, -1}};
-    if (text.isEmpty())
-        tokens.clear();
-    const int operatorCount = OperatorTable::instance().tokens.size();
-    for (int i = 0; i < operatorCount; ++i)
-        tokens = splitOn(tokens, i);
+    QVector<Token> tokens;
+    if (!text.isEmpty())
+        splitPiece(QStringView(text), 0, tokens);
     return tokens;
 }
 

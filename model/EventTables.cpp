@@ -221,6 +221,7 @@ DoseTableResult readDoseTable(const QVector<QStringList> &cells, DoseTable table
                               const QVector<double> &parameterValues)
 {
     DoseTableResult result;
+    result.events.reserve(cells.size());
     // The compartment first: resolving it starts the row's messages afresh.
     const DoseColumn order[] = {DoseColumn::Compartment, DoseColumn::Time, DoseColumn::Dosage,
                                 DoseColumn::Duration};
@@ -250,6 +251,7 @@ ObservationTableResult readObservationTable(const QVector<QStringList> &cells, c
                                             const QVector<double> &parameterValues)
 {
     ObservationTableResult result;
+    result.events.reserve(cells.size());
     for (int r = 0; r < cells.size(); ++r) {
         if (isBlankRow(cells[r], 3))
             continue;

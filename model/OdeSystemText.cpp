@@ -1,6 +1,9 @@
 #include "OdeSystemText.h"
 
+#include <QHash>
 #include <QSet>
+
+#include <algorithm>
 
 #include <cmath>
 #include <cstdlib>
@@ -17,6 +20,31 @@ const char *const kCircularMessage =
         "more than 5 levels of substitution.";
 
 constexpr int kSubstitutionPasses = 6;
+
+// The substituted text may grow to this many characters, or to twice the
+// padded ODE text if that is longer: enough for any model written by hand,
+// small enough that no input can exhaust memory.
+constexpr int kMaxSubstitutedLength = 4000000;
+
+// A shortened copy of a user's text for a message.
+QString excerpt(const QString &text)
+{
+    return text.size() <= 40 ? text : text.left(40) + QStringLiteral("...");
+}
+
+// True when the text is one name: not empty, not a number, no operator.
+bool isName(const QString &text)
+{
+    const QStringList names = ExpressionParser::extractNames(text);
+    return names.size() == 1 && names.first() == text;
+}
+
+// The words of the padded text (names stand between blanks there).
+QSet<QString> wordsOf(const QString &padded)
+{
+    const QStringList words = padded.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    return QSet<QString>(words.begin(), words.end());
+}
 
 // Names in first-appearance order, without duplicates, without the given ones.
 QStringList namesBehind(const QStringList &front, const QStringList &expressions)
@@ -76,6 +104,12 @@ void OdeSystemText::parseAuxiliaryFunctions()
     }
     auxiliaryParameterNames = namesBehind(QStringList{"t"} + auxiliaryNames, auxiliaryExpressions);
 
+    for (int i = 0; i < auxiliaryNames.size(); ++i) {
+        if (!isName(auxiliaryNames[i]))
+            errors << QStringLiteral("The auxiliary function \"%1 = %2\" has no name left of '=': write "
+                                     "one name there, e.g. CL = k*V.")
+                              .arg(excerpt(auxiliaryNames[i]), excerpt(auxiliaryExpressions.value(i)));
+    }
     if (QSet<QString>(auxiliaryNames.begin(), auxiliaryNames.end()).size() < auxiliaryNames.size())
         errors << QString::fromLatin1(kDuplicateMessage);
     if (auxiliaryExpressions.size() != auxiliaryNames.size())
@@ -85,29 +119,93 @@ void OdeSystemText::parseAuxiliaryFunctions()
                 "Also keep in mind all text right of ';' sign in each line is treated as comments.");
 }
 
+namespace {
+
+// Pads the text so that every name stands between blanks; the blanks at both
+// ends let a name at the very start or end of the text match too.
+QString padded(const QString &text)
+{
+    QString out = ExpressionParser::removeBlanks(text);
+    out.replace(QLatin1String("="), QLatin1String(" = "));
+    out.replace(QLatin1String(";"), QLatin1String(" ;"));
+    out.replace(QLatin1String("\n"), QLatin1String(" \n"));
+    for (const QString &token : ExpressionParser::operatorTable().tokens)
+        out.replace(token, QLatin1Char(' ') + token + QLatin1Char(' '));
+    return QLatin1Char(' ') + out + QLatin1Char(' ');
+}
+
+// Whether an auxiliary function reachable from the given words uses itself,
+// directly or through others. Such a function never stops growing the text,
+// so it is reported before any substitution.
+bool reachesCycle(const QStringList &names, const QStringList &expressions, const QSet<QString> &words)
+{
+    QHash<QString, int> index;
+    for (int i = 0; i < names.size(); ++i)
+        index.insert(names[i], i);
+    QVector<QVector<int>> uses(names.size());
+    for (int i = 0; i < names.size(); ++i)
+        for (const QString &name : ExpressionParser::extractNames(expressions.value(i)))
+            if (index.contains(name))
+                uses[i] << index.value(name);
+
+    // Depth-first search without recursion: 0 unseen, 1 on the path, 2 done.
+    QVector<int> state(names.size(), 0);
+    for (int root = 0; root < names.size(); ++root) {
+        if (state[root] != 0 || !words.contains(names[root]))
+            continue;
+        QVector<QPair<int, int>> path{{root, 0}};
+        state[root] = 1;
+        while (!path.isEmpty()) {
+            auto &top = path.last();
+            if (top.second == uses[top.first].size()) {
+                state[top.first] = 2;
+                path.removeLast();
+                continue;
+            }
+            const int next = uses[top.first][top.second++];
+            if (state[next] == 1)
+                return true;
+            if (state[next] == 0) {
+                state[next] = 1;
+                path.append({next, 0});
+            }
+        }
+    }
+    return false;
+}
+
+} // namespace
+
 QString OdeSystemText::substituteAuxiliaryFunctions()
 {
-    const QStringList &tokens = ExpressionParser::operatorTable().tokens;
-    QString text = odeText;
+    QString text = padded(odeText);
     // The auxiliary text does not change between passes: parse it once so
     // that its messages appear once.
     parseAuxiliaryFunctions();
+    if (reachesCycle(auxiliaryNames, auxiliaryExpressions, wordsOf(text))) {
+        errors << QString::fromLatin1(kCircularMessage);
+        return text;
+    }
+    const int maxLength = std::max(kMaxSubstitutedLength, 2 * text.size());
     int counter = kSubstitutionPasses;
     while (true) {
-        // Pad so that every name stands between blanks; the blanks at both
-        // ends let a name at the very start or end of the text match too.
-        text = ExpressionParser::removeBlanks(text);
-        text.replace(QLatin1String("="), QLatin1String(" = "));
-        text.replace(QLatin1String(";"), QLatin1String(" ;"));
-        text.replace(QLatin1String("\n"), QLatin1String(" \n"));
-        for (const QString &token : tokens)
-            text.replace(token, QLatin1Char(' ') + token + QLatin1Char(' '));
-        text = QLatin1Char(' ') + text + QLatin1Char(' ');
-
         const QString copy = text;
         for (int i = 0; i < auxiliaryNames.size(); ++i) {
-            text.replace(QLatin1Char(' ') + auxiliaryNames[i] + QLatin1Char(' '),
-                         QLatin1String(" ( ") + auxiliaryExpressions[i] + QLatin1String(" ) "));
+            if (!isName(auxiliaryNames[i]))
+                continue;
+            const QString word = QLatin1Char(' ') + auxiliaryNames[i] + QLatin1Char(' ');
+            const QString replacement = QLatin1String(" ( ") + auxiliaryExpressions[i] + QLatin1String(" ) ");
+            const qint64 grown =
+                    qint64(text.size()) + qint64(text.count(word)) * (replacement.size() - word.size());
+            if (grown > maxLength) {
+                errors << QStringLiteral("The auxiliary functions make the ODE system longer than %1 "
+                                         "characters (\"%2\" is used too often): use fewer nested "
+                                         "auxiliary functions or fewer repetitions.")
+                                  .arg(maxLength)
+                                  .arg(excerpt(auxiliaryNames[i]));
+                return text;
+            }
+            text.replace(word, replacement);
         }
         if (counter-- == 1) {
             errors << QString::fromLatin1(kCircularMessage);
@@ -115,6 +213,7 @@ QString OdeSystemText::substituteAuxiliaryFunctions()
         }
         if (text == copy)
             break;
+        text = padded(text);
     }
     return text;
 }
@@ -124,9 +223,35 @@ QStringList OdeSystemText::variableNames() const
     return QStringList{"t"} + stateVariableNames + parameterNames;
 }
 
+namespace {
+
+// A warning when the text's parentheses do not pair up.
+QString parenthesisWarning(const QString &leftHandSide, const QString &text)
+{
+    int depth = 0, unopened = 0;
+    for (const QChar c : text) {
+        if (c == QLatin1Char('('))
+            ++depth;
+        else if (c == QLatin1Char(')') && depth-- == 0) {
+            depth = 0;
+            ++unopened;
+        }
+    }
+    if (depth == 0 && unopened == 0)
+        return QString();
+    return QStringLiteral("Warning: the right hand side of %1 has unbalanced parentheses (%2 '(' not "
+                          "closed, %3 ')' not opened); check where each group ends.")
+            .arg(excerpt(leftHandSide))
+            .arg(depth)
+            .arg(unopened);
+}
+
+} // namespace
+
 void OdeSystemText::parseOdeSystem()
 {
     errors.clear();
+    warnings.clear();
     stateVariableNames.clear();
     leftHandSides.clear();
     rightHandSides.clear();
@@ -141,6 +266,9 @@ void OdeSystemText::parseOdeSystem()
         // dNAMEdt: the letters d and dt are deliberately not checked.
         stateVariableNames << (lhs.size() >= 3 ? lhs.mid(1, lhs.size() - 3) : QString());
         rightHandSides << equation.rightHandSide;
+        const QString warning = parenthesisWarning(lhs, equation.rightHandSide);
+        if (!warning.isEmpty())
+            warnings << warning;
     }
     parameterNames = namesBehind(QStringList{"t"} + stateVariableNames, rightHandSides);
 

@@ -25,6 +25,9 @@ public:
     QString auxiliaryText;
 
     QStringList errors;
+    // Doubtful input that still parses (unbalanced parentheses); shown
+    // beside the errors but does not stop a run.
+    QStringList warnings;
 
     QStringList auxiliaryNames;
     QStringList auxiliaryExpressions;

@@ -25,6 +25,8 @@ struct ModelRhs {
     void jacobian(double t, const double *x, Matrix &jacobian, Vector &dfdt);
 
     void checkTimeLimit() const;
+    // Throws when a state or a derivative is NaN, infinite or above 1e300.
+    void checkFinite(const double *x, const double *dxdt) const;
 
     const model_ode &model;
     const int n;

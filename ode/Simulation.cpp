@@ -2,6 +2,7 @@
 
 #include "ode/model_ode.h"
 
+#include <QRegularExpression>
 #include <QSet>
 
 #include <algorithm>
@@ -37,11 +38,16 @@ QVector<double> rangeTimePoints(const QStringList &range, bool &tooMany)
     return times;
 }
 
-QVector<double> listedTimePoints(const QString &text)
+QVector<double> listedTimePoints(const QString &text, bool &tooMany)
 {
     QVector<double> times;
     QSet<QString> seen;
-    for (const QString &part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+    const QStringList parts = text.split(QLatin1Char(','), Qt::SkipEmptyParts);
+    if (parts.size() > maxSimulationTimePoints) {
+        tooMany = true;
+        return {};
+    }
+    for (const QString &part : parts) {
         if (seen.contains(part))
             continue;
         seen.insert(part);
@@ -58,11 +64,36 @@ QVector<double> parseSimulationTimePoints(const QString &text, bool *tooMany)
 {
     bool refused = false;
     const QStringList range = text.split(QLatin1Char(':'), Qt::SkipEmptyParts);
-    QVector<double> times = range.size() == 3 ? rangeTimePoints(range, refused) : listedTimePoints(text);
+    QVector<double> times =
+            range.size() == 3 ? rangeTimePoints(range, refused) : listedTimePoints(text, refused);
     if (tooMany)
         *tooMany = refused;
     std::sort(times.begin(), times.end());
     return times;
+}
+
+QString simulationTimePointsProblem(const QString &text)
+{
+    bool tooMany = false;
+    if (!parseSimulationTimePoints(text, &tooMany).isEmpty())
+        return QString();
+    if (tooMany)
+        return QStringLiteral("The simulation time points \"%1\" would make more than %2 points: use a "
+                              "larger step or a shorter range.")
+                .arg(text)
+                .arg(maxSimulationTimePoints);
+    for (const QString &part : text.split(QRegularExpression(QStringLiteral("[:,]")))) {
+        bool ok = false;
+        const double value = part.toDouble(&ok);
+        if (ok && !std::isfinite(value))
+            return QStringLiteral("The simulation time points \"%1\" hold \"%2\", which is not a finite "
+                                  "number: give finite times.")
+                    .arg(text, part);
+    }
+    return QStringLiteral("No simulation time points in \"%1\": write them as 1,2,3,4,5 or as "
+                          "start:step:end (e.g., 0:1:10), with a step that is not 0 and leads from the "
+                          "start to the end.")
+            .arg(text);
 }
 
 SimulationResult simulate(const OdeSystemText &system, const QVector<DoseEvent> &doses,

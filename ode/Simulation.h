@@ -23,6 +23,10 @@ constexpr int maxSimulationTimePoints = 1000000;
 // maxSimulationTimePoints points gives no points and sets *tooMany.
 QVector<double> parseSimulationTimePoints(const QString &text, bool *tooMany = nullptr);
 
+// What is wrong with a time-point text that gives no points (too many, a
+// value that is not finite, or nothing understood); empty when it gives some.
+QString simulationTimePointsProblem(const QString &text);
+
 struct SimulationResult {
     QVector<double> values; // the expression at each time point
     Problems problems;      // a bad expression, or values that could not be computed

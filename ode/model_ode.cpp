@@ -47,7 +47,20 @@ void ModelRhs::derivatives(double t, const double *x, double *dxdt)
             dxdt[(*infusedCompartments)[k]] += (*infusionRates)[k];
     }
     ++evaluations;
+    checkFinite(x, dxdt);
     checkTimeLimit();
+}
+
+void ModelRhs::checkFinite(const double *x, const double *dxdt) const
+{
+    // A state or slope that is infinite or NaN never becomes finite again,
+    // and one near the end of the double range overflows inside the
+    // integrators' error estimates: either way they would shrink their steps
+    // until the time limit.
+    const double overflow = 1e300;
+    for (int i = 0; i < n; ++i)
+        if (!(std::abs(x[i]) <= overflow) || !(std::abs(dxdt[i]) <= overflow))
+            throw std::runtime_error("Exception : the solution is not finite");
 }
 
 std::vector<std::vector<double>> model_ode::nanRows() const
@@ -96,9 +109,15 @@ std::vector<std::vector<double>> model_ode::evaluate(const QVector<double> &para
             solver->setMessageStream(lsodaMessageStream);
         }
 
-        // Observations at the first grid point see the initial state.
+        // The observation records of every grid point, in record order.
+        std::vector<std::vector<int>> recordsAt(std::size_t(timePoints.size()));
         for (int r = 0; r < observationTimeIndex.size(); ++r)
-            if (observationTimeIndex[r] == 0)
+            if (observationTimeIndex[r] >= 0)
+                recordsAt[std::size_t(observationTimeIndex[r])].push_back(r);
+
+        // Observations at the first grid point see the initial state.
+        if (!recordsAt.empty())
+            for (int r : recordsAt[0])
                 rows[std::size_t(r)] = state;
 
         for (int i = 0; i + 1 < timePoints.size(); ++i) {
@@ -113,8 +132,7 @@ std::vector<std::vector<double>> model_ode::evaluate(const QVector<double> &para
             else
                 integrateLsoda(state, timePoints[i], timePoints[i + 1], rhs, *solver);
             // The state before the doses of grid point i + 1.
-            for (int r = observationTimeIndex.indexOf(i + 1); r >= 0;
-                 r = observationTimeIndex.indexOf(i + 1, r + 1))
+            for (int r : recordsAt[std::size_t(i) + 1])
                 rows[std::size_t(r)] = state;
         }
         m_rhsEvaluations = rhs.evaluations;

@@ -86,6 +86,8 @@ public:
     long rhsEvaluations() const { return m_rhsEvaluations; }
 
 private:
+    // The index of the grid value equal to t, or -1 (NaN is never equal).
+    int gridIndexOf(double t) const;
     std::vector<std::vector<double>> nanRows() const;
     void integrateRosenbrock(std::vector<double> &state, double t0, double t1, ModelRhs &rhs);
     void integrateLsoda(std::vector<double> &state, double t0, double t1, ModelRhs &rhs, LSODA &solver);

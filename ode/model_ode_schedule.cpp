@@ -34,6 +34,12 @@ model_ode::model_ode(const OdeSystemText &system, const QVector<DoseEvent> &dose
     buildSchedule(QVector<double>(numParameters, std::numeric_limits<double>::quiet_NaN()));
 }
 
+int model_ode::gridIndexOf(double t) const
+{
+    const auto found = std::lower_bound(timePoints.begin(), timePoints.end(), t);
+    return found != timePoints.end() && *found == t ? int(found - timePoints.begin()) : -1;
+}
+
 void model_ode::buildSchedule(const QVector<double> &parameters)
 {
     if (hasParameterDependentEvents)
@@ -59,40 +65,54 @@ void model_ode::buildSchedule(const QVector<double> &parameters)
     auto validCompartment = [this](const DoseEvent &event) {
         return event.compartmentIndex >= 0 && event.compartmentIndex < numStateVariables;
     };
-    for (int i = 0; i < n; ++i) {
-        for (const DoseEvent &event : qAsConst(doseEvents)) {
-            if (event.time != timePoints[i] || !validCompartment(event))
-                continue;
-            if (event.duration == 0)
-                bolusDose[i][event.compartmentIndex] += event.dosage;
-            else if (event.duration == DoseDuration::SetValue)
-                setValue[i][event.compartmentIndex] = event.dosage;
-        }
+    // Each event is placed by binary search on the sorted grid, so building
+    // the schedule takes O((events + observations) log grid) plus the
+    // infusion entries themselves.
+    for (const DoseEvent &event : qAsConst(doseEvents)) {
+        const int i = gridIndexOf(event.time);
+        if (i < 0 || !validCompartment(event))
+            continue;
+        if (event.duration == 0)
+            bolusDose[i][event.compartmentIndex] += event.dosage;
+        else if (event.duration == DoseDuration::SetValue)
+            setValue[i][event.compartmentIndex] = event.dosage;
     }
 
     errorMessages.clear();
     infusionCompartments = QVector<QVector<int>>(n);
     infusionRates = QVector<QVector<double>>(n);
-    for (int i = 1; i < n; ++i) {
-        const double midpoint = (timePoints[i - 1] + timePoints[i]) * 0.5;
-        for (int k = 0; k < doseEvents.size(); ++k) {
-            const DoseEvent &event = doseEvents[k];
-            const double d = event.duration;
-            if (d > 0 && event.time < midpoint && event.time + d > midpoint) {
-                if (validCompartment(event)) {
-                    infusionCompartments[i] << event.compartmentIndex;
-                    infusionRates[i] << event.dosage / d;
-                }
-            } else if (d < 0 && d != DoseDuration::SetValue) {
-                // Once per interval, as the check sits in the interval loop.
-                errorMessages << QStringLiteral("Error on %1th dose event: Infusion administration "
+    // Interval i (between grid points i-1 and i) has midpoint midpoints[i-1];
+    // the midpoints increase, so the intervals an infusion covers (time < m
+    // < time + d) are one contiguous run.
+    std::vector<double> midpoints;
+    for (int i = 1; i < n; ++i)
+        midpoints.push_back((timePoints[i - 1] + timePoints[i]) * 0.5);
+    QStringList negativeDurations;
+    for (int k = 0; k < doseEvents.size(); ++k) {
+        const DoseEvent &event = doseEvents[k];
+        const double d = event.duration;
+        if (d > 0) {
+            if (!validCompartment(event))
+                continue;
+            const auto first = std::upper_bound(midpoints.begin(), midpoints.end(), event.time);
+            const auto end = std::lower_bound(first, midpoints.end(), event.time + d);
+            for (auto m = first; m != end; ++m) {
+                const int i = int(m - midpoints.begin()) + 1;
+                infusionCompartments[i] << event.compartmentIndex;
+                infusionRates[i] << event.dosage / d;
+            }
+        } else if (d < 0 && d != DoseDuration::SetValue) {
+            negativeDurations << QStringLiteral("Error on %1th dose event: Infusion administration "
                                                 "duration cannot be less than 0.")
                                          .arg(k + 1);
-            }
         }
     }
+    // Once per interval, as the check sits in the interval loop.
+    for (int i = 1; i < n; ++i)
+        errorMessages << negativeDurations;
 
     observationTimeIndex.clear();
+    observationTimeIndex.reserve(observationTimes.size());
     for (double t : qAsConst(observationTimes))
-        observationTimeIndex << timePoints.indexOf(t);
+        observationTimeIndex << gridIndexOf(t);
 }

@@ -3,6 +3,7 @@
 #include "project/TableFiles.h"
 
 #include <QFile>
+#include <QTextCodec>
 
 namespace {
 
@@ -54,6 +55,23 @@ bool buildParameters(ProjectModel &model, const ProjectInputs &inputs)
     return true;
 }
 
+// The evaluation refuses a negative infusion duration (other than the
+// set-value code); finding it here stops a run before it starts instead of
+// running without the dose.
+Problems negativeDurationProblems(const DoseTableResult &doses)
+{
+    Problems problems;
+    for (int k = 0; k < doses.events.size(); ++k) {
+        const double d = doses.events[k].duration;
+        if (d < 0 && d != DoseDuration::SetValue)
+            problems.append({ProblemSource::DoseTable, doses.rowOfRecord.value(k), int(DoseColumn::Duration),
+                             QStringLiteral("Error on %1th dose event: Infusion administration duration "
+                                            "cannot be less than 0.")
+                                     .arg(k + 1)});
+    }
+    return problems;
+}
+
 void buildEvents(ProjectModel &model, const ProjectInputs &inputs)
 {
     if (!reportMissing(model, inputs, kDoseFile)) {
@@ -62,6 +80,7 @@ void buildEvents(ProjectModel &model, const ProjectInputs &inputs)
                               model.referenceParameters);
         model.doseEvents = doses.events;
         model.problems << doses.problems;
+        model.problems << negativeDurationProblems(doses);
     }
     if (!reportMissing(model, inputs, kObservationFile)) {
         const ObservationTableResult observations = readObservationTable(
@@ -101,7 +120,17 @@ QString readTextFile(const QString &path)
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return QString();
-    return QString::fromUtf8(file.readAll());
+    // An existing but empty file gives an empty, not a null, text.
+    return QString::fromUtf8(file.readAll()) + QLatin1String("");
+}
+
+bool isPlainText(const QByteArray &bytes)
+{
+    if (bytes.contains('\0'))
+        return false;
+    QTextCodec::ConverterState state;
+    QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
+    return state.invalidChars == 0;
 }
 
 QVector<double> ProjectModel::parametersOf(const QVector<double> &x) const
@@ -112,11 +141,20 @@ QVector<double> ProjectModel::parametersOf(const QVector<double> &x) const
 ProjectModel buildProjectModel(const ProjectInputs &inputs)
 {
     ProjectModel model;
-    if (reportMissing(model, inputs, kOdeFile))
+    for (const QString &file : inputs.unreadableFiles)
+        addProblem(model, ProblemSource::ProjectFolder,
+                   QStringLiteral("model/%1 is not a text file: it holds NUL bytes or bytes that are not "
+                                  "UTF-8 text.")
+                           .arg(file));
+    if (!inputs.unreadableFiles.isEmpty() || reportMissing(model, inputs, kOdeFile))
         return model;
     model.system = OdeSystemText(inputs.odeText, inputs.auxiliaryText);
     model.system.parseOdeSystem();
     model.problems << problemsFrom(ProblemSource::OdeSystem, model.system.errors);
+    if (model.system.errors.isEmpty() && model.system.stateVariableNames.isEmpty())
+        addProblem(model, ProblemSource::OdeSystem,
+                   QStringLiteral("The ODE system holds no equations: write one line per state variable, "
+                                  "e.g. dAdt = -k*A."));
 
     if (reportMissing(model, inputs, kSpecificationFile) || !buildParameters(model, inputs))
         return model;
@@ -129,6 +167,13 @@ ProjectInputs readProjectInputs(const QString &folder)
 {
     ProjectInputs inputs;
     const QString dir = folder + "/model/";
+    for (const char *name :
+         {kOdeFile, "ODE_auxiliary_function_expression.txt", kSpecificationFile, "reparaDefinition.txt",
+          "reparaInverse.txt", kDoseFile, kObservationFile, "initial_cluster.txt"}) {
+        QFile file(dir + name);
+        if (file.open(QIODevice::ReadOnly) && !isPlainText(file.readAll()))
+            inputs.unreadableFiles << QLatin1String(name);
+    }
     inputs.odeText = readTextFile(dir + kOdeFile);
     if (inputs.odeText.isNull())
         inputs.missingFiles << QLatin1String(kOdeFile);

@@ -32,6 +32,8 @@ struct ProjectInputs {
     // Model files a folder lacked ("ODE_expression.txt", ...); always empty for
     // inputs taken from the window.
     QStringList missingFiles;
+    // Model files that are not text (NUL bytes or invalid UTF-8).
+    QStringList unreadableFiles;
 };
 
 // A checked model built from project inputs: the parsed ODE system, the
@@ -80,3 +82,5 @@ ProjectModel loadProjectModel(const QString &folder);
 
 // The file's text, or a null string when it cannot be read.
 QString readTextFile(const QString &path);
+// False for bytes that hold a NUL byte or are not valid UTF-8.
+bool isPlainText(const QByteArray &bytes);

@@ -10,9 +10,12 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QTextStream>
 
+#include <algorithm>
 #include <cmath>
+#include <optional>
 
 namespace {
 
@@ -89,19 +92,113 @@ QVector<double> readRow(const QString &path)
     return matrix.isEmpty() ? QVector<double>() : matrix.first();
 }
 
-// Reads the file of every stored iteration, k = 0, 1, ... up to the first
-// missing file.
-template<typename Entry, typename Read>
-QVector<Entry> readHistory(const QString &projectFolder, IterationFile file, Read read)
+// The matrix of a file that the writer finished: not empty and ending with
+// the last row's line end. A kill during a write leaves an empty file or one
+// cut inside a row; such a file counts as missing.
+std::optional<DoubleMatrix> readCompleteMatrix(const QString &path)
 {
-    QVector<Entry> history;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QByteArray bytes = file.readAll();
+    if (bytes.isEmpty() || !bytes.endsWith('\n'))
+        return std::nullopt;
+    return textToDoubleMatrix(QString::fromUtf8(bytes));
+}
+
+// The complete files of every stored iteration, k = 0, 1, ... up to the
+// first missing or incomplete file.
+QVector<DoubleMatrix> readHistory(const QString &projectFolder, IterationFile file, QStringList &incomplete)
+{
+    QVector<DoubleMatrix> history;
     for (int k = 0;; ++k) {
         const QString path = resultFilePath(projectFolder, iterationFileName(file, k));
-        if (!QFile::exists(path))
+        const std::optional<DoubleMatrix> matrix = readCompleteMatrix(path);
+        if (!matrix) {
+            if (QFile::exists(path))
+                incomplete << iterationFileName(file, k);
             break;
-        history << read(path);
+        }
+        history << *matrix;
     }
     return history;
+}
+
+// The first rows of single-row files.
+QVector<QVector<double>> firstRows(const QVector<DoubleMatrix> &history)
+{
+    QVector<QVector<double>> rows;
+    for (const DoubleMatrix &matrix : history)
+        rows << matrix.value(0);
+    return rows;
+}
+
+bool hasShape(const DoubleMatrix &matrix, int rows, int columns)
+{
+    if (matrix.size() != rows)
+        return false;
+    return std::all_of(matrix.begin(), matrix.end(),
+                       [columns](const QVector<double> &row) { return row.size() == columns; });
+}
+
+// The number of leading iterations whose five files are all present and
+// shaped like iteration 0 and the model.
+int completeIterations(const compResult &r, int n, int p, int m, int q)
+{
+    int k = 0;
+    while (k < r.X.size() && k < r.Y.size() && k < r.Parameter.size() && k < r.SSR.size() &&
+           k < r.lambda.size() && hasShape(r.X[k], n, p) && hasShape(r.Y[k], n, m) &&
+           hasShape(r.Parameter[k], n, q) && r.SSR[k].size() == n && r.lambda[k].size() == n)
+        ++k;
+    return k;
+}
+
+// Cuts the record back to its newest complete iteration (keeping the cluster
+// that follows it when that is whole) and says what was dropped. False when
+// not even the first cluster is usable.
+bool keepCompleteIterations(compResult &r, const ResultShape &shape, const QStringList &incomplete,
+                            QString *note)
+{
+    auto say = [note](const QString &text) {
+        if (note)
+            *note = note->isEmpty() ? text : *note + QLatin1Char(' ') + text;
+    };
+    if (!incomplete.isEmpty())
+        say(QStringLiteral("Incomplete result files (cut off by an interrupted write): %1.")
+                    .arg(incomplete.join(QStringLiteral(", "))));
+    if (r.X.isEmpty() || r.X.first().isEmpty()) {
+        say(QStringLiteral("There is no complete X_0.csv."));
+        return false;
+    }
+    const int n = r.X.first().size();
+    const int p = shape.searchVariables >= 0 ? shape.searchVariables : r.X.first().first().size();
+    if (!hasShape(r.X.first(), n, p)) {
+        say(QStringLiteral("X_0.csv does not fit the model: it needs %1 columns (one per estimated "
+                           "parameter) in every row.")
+                    .arg(p));
+        return false;
+    }
+    const int m = shape.outputs >= 0 ? shape.outputs : r.Y.value(0).value(0).size();
+    const int q = shape.parameters >= 0 ? shape.parameters : r.Parameter.value(0).value(0).size();
+    const int complete = completeIterations(r, n, p, m, q);
+    const int clusters = complete < r.X.size() && hasShape(r.X[complete], n, p) ? complete + 1 : complete;
+    const int longest =
+            std::max({int(r.Y.size()), int(r.Parameter.size()), int(r.SSR.size()), int(r.lambda.size())});
+    if (clusters < r.X.size() || complete < longest) {
+        say(QStringLiteral("The files of iteration %1 are incomplete or do not fit the model: using "
+                           "the stored clusters 0 to %2, the newest complete iteration being %3.")
+                    .arg(complete)
+                    .arg(clusters - 1)
+                    .arg(complete - 1));
+    } else if (!incomplete.isEmpty()) {
+        say(QStringLiteral("Using the stored clusters 0 to %1.").arg(clusters - 1));
+    }
+    r.X.resize(clusters);
+    r.Y.resize(complete);
+    r.Parameter.resize(complete);
+    r.SSR.resize(complete);
+    r.lambda.resize(complete);
+    return true;
 }
 
 QStringList readLogLines(const QString &path)
@@ -124,11 +221,33 @@ bool moveFile(const QDir &from, const QDir &to, const QString &fileName)
     const QString source = from.filePath(fileName);
     if (!QFile::exists(source))
         return false;
+    // The history folder appears only when there is something to move.
+    QDir().mkpath(to.path());
     if (QFile::copy(source, to.filePath(fileName)))
         QFile::remove(source);
     else
         qDebug() << "Error, unable to copy" << source;
     return true;
+}
+
+// The solutions of the newest iteration that has ODE_sol files: one entry per
+// point; empty for a point without a complete file.
+void loadSolutions(const QString &projectFolder, compResult &result)
+{
+    const QDir folder(resultFolderPath(projectFolder));
+    const int k = newestSolutionIteration(folder);
+    if (k < 0)
+        return;
+    const int n = result.X.first().size();
+    result.solutions.resize(n);
+    for (int point : storedSolutionPoints(folder, k)) {
+        if (point >= n)
+            continue;
+        const std::optional<DoubleMatrix> solution =
+                readCompleteMatrix(resultFilePath(projectFolder, solutionFileName(k, point)));
+        if (solution)
+            result.solutions[point] = *solution;
+    }
 }
 
 } // namespace
@@ -266,7 +385,6 @@ QString moveResultsToHistory(const QString &projectFolder)
     const QString stamp =
             QDateTime::currentDateTimeUtc().toString().split(QLatin1Char(':')).join(QLatin1Char('_'));
     const QString target = projectFolder + QStringLiteral("/history/compResult ") + stamp;
-    QDir().mkpath(target);
     const QDir from(resultFolderPath(projectFolder));
     const QDir to(target);
 
@@ -286,32 +404,47 @@ QString moveResultsToHistory(const QString &projectFolder)
     return target;
 }
 
-bool loadResult(const QString &projectFolder, compResult &result)
+bool loadResult(const QString &projectFolder, compResult &result, const ResultShape &shape, QString *note)
 {
     result = compResult();
+    QString loadNote;
+    const auto tell = qScopeGuard([&] {
+        if (note)
+            *note = loadNote;
+    });
     auto path = [&projectFolder](const QString &name) { return resultFilePath(projectFolder, name); };
 
-    result.X = readHistory<DoubleMatrix>(projectFolder, IterationFile::X, readDoubleMatrix);
-    result.Y = readHistory<DoubleMatrix>(projectFolder, IterationFile::Y, readDoubleMatrix);
-    result.Parameter = readHistory<DoubleMatrix>(projectFolder, IterationFile::Parameter, readDoubleMatrix);
-    result.SSR = readHistory<QVector<double>>(projectFolder, IterationFile::SSR, readRow);
-    result.lambda = readHistory<QVector<double>>(projectFolder, IterationFile::Lambda, readRow);
+    QStringList incomplete;
+    result.X = readHistory(projectFolder, IterationFile::X, incomplete);
+    result.Y = readHistory(projectFolder, IterationFile::Y, incomplete);
+    result.Parameter = readHistory(projectFolder, IterationFile::Parameter, incomplete);
+    result.SSR = firstRows(readHistory(projectFolder, IterationFile::SSR, incomplete));
+    result.lambda = firstRows(readHistory(projectFolder, IterationFile::Lambda, incomplete));
+    if (!keepCompleteIterations(result, shape, incomplete, &loadNote)) {
+        result = compResult();
+        result.log = readLogLines(path(QStringLiteral("computation_log.txt")));
+        return false;
+    }
 
-    for (double index : readRow(path(QStringLiteral("sortIndex.csv"))))
-        result.sortIndex << static_cast<int>(index);
+    // The stored sort index belongs to the newest iteration written; after a
+    // cut, or when it is not a permutation of the points, it is computed
+    // afresh.
+    const int n = result.X.first().size();
+    const QVector<double> storedSort = readRow(path(QStringLiteral("sortIndex.csv")));
+    QVector<bool> listed(n, false);
+    bool sortFits = storedSort.size() == n && loadNote.isEmpty();
+    for (int k = 0; sortFits && k < n; ++k) {
+        const double index = storedSort[k];
+        sortFits = index >= 0 && index < n && index == std::floor(index) && !listed[int(index)];
+        if (sortFits) {
+            listed[int(index)] = true;
+            result.sortIndex << int(index);
+        }
+    }
+    if (!sortFits)
+        result.updateSortIndex();
     result.solutionTimes = readRow(path(QStringLiteral("ode_time.csv")));
     result.log = readLogLines(path(QStringLiteral("computation_log.txt")));
-
-    const QDir folder(resultFolderPath(projectFolder));
-    const int k = newestSolutionIteration(folder);
-    if (k >= 0) {
-        const QVector<int> points = storedSolutionPoints(folder, k);
-        int count = result.X.isEmpty() ? 0 : result.X.last().size();
-        for (int point : points)
-            count = std::max(count, point + 1);
-        result.solutions.resize(count);
-        for (int point : points)
-            result.solutions[point] = readDoubleMatrix(path(solutionFileName(k, point)));
-    }
-    return !result.X.isEmpty();
+    loadSolutions(projectFolder, result);
+    return true;
 }

@@ -90,10 +90,24 @@ bool readOutputHistory(const QString &path, QVector<DoubleMatrix> &outputs);
 // the history folder.
 QString moveResultsToHistory(const QString &projectFolder);
 
+// The sizes a stored result must have to fit a model; -1 takes the size
+// from iteration 0's files instead.
+struct ResultShape {
+    int searchVariables = -1; // columns of X
+    int outputs = -1;         // columns of Y (one per observation)
+    int parameters = -1;      // columns of Parameter
+};
+
 // Replaces the record by the stored result: X, Y, Parameter, SSR (R files) and
-// lambda, each read for k = 0, 1, ... up to its first missing file; the sort
-// index, the solution time points, the computation log, and the solutions of
-// the newest iteration that has ODE_sol files (one entry per point of the
-// newest X, or up to the highest stored point; empty for a point without a
-// file). Returns true when at least one iteration of X was found.
-bool loadResult(const QString &projectFolder, compResult &result);
+// lambda, each read for k = 0, 1, ... up to its first missing or incomplete
+// file (empty, or cut inside a row as a kill during a write leaves it). Every
+// matrix is checked against iteration 0's point count and against the shape;
+// the record keeps the iterations up to the newest complete one (all five
+// files whole) and the cluster after it when that is whole too, and *note
+// says what was dropped (empty when nothing was). Then the sort index
+// (recomputed when it does not fit), the solution time points, the
+// computation log, and the solutions of the newest iteration that has
+// ODE_sol files (one entry per point; empty for a point without a complete
+// file). Returns true when a usable X_0 was found; *note says why not.
+bool loadResult(const QString &projectFolder, compResult &result, const ResultShape &shape = {},
+                QString *note = nullptr);

@@ -13,6 +13,8 @@ packages=(
   # Interpreters that run the exported scripts in the tests (Octave installs in
   # about 30 s; the tests skip an interpreter that is absent).
   r-base-core r-cran-desolve octave
+  # The fuzz harnesses (scripts/fuzz.sh): clang with libFuzzer and the sanitizers.
+  clang-14 libclang-rt-14-dev
   "$@"
 )
 missing=()

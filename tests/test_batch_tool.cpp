@@ -1,29 +1,11 @@
 // The batch tool as a user runs it: exit codes, messages and outputs.
+#include "batch_test_support.h"
 #include "test_support.h"
 
 #include <QProcess>
 #include <QtTest>
 
 #include <csignal>
-
-namespace {
-
-struct Outcome {
-    int exitCode;
-    QString out;
-    QString err;
-};
-
-Outcome batch(const QStringList &arguments)
-{
-    QProcess process;
-    process.start(AMBREL_BATCH, arguments);
-    process.waitForFinished(120000);
-    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError())};
-}
-
-} // namespace
 
 class TestBatchTool : public QObject {
     Q_OBJECT

@@ -73,6 +73,7 @@ private slots:
     void observationsAtDoseTimesSeeStateBeforeDose();
     void nanParametersCostNoIntegration();
     void timeLimitGivesNanThenRecovers();
+    void runawaySolutionsFailAtOnce();
 };
 
 void TestModelOde::schedule()
@@ -213,6 +214,32 @@ void TestModelOde::timeLimitGivesNanThenRecovers()
         model.rosenbrockRelativeTolerance = 1e-3;
         const auto rows = model.evaluate({1.0}); // X = cos(t)
         QVERIFY(std::abs(rows[0][0] - std::cos(1.0)) < 1e-2);
+    }
+}
+
+// A dose at the edge of the double range and a solution that blows up
+// (A' = A^2 from 1 is infinite at t = 1) used to run until the time limit;
+// now the first non-finite state or slope ends the evaluation with NaN rows.
+// The limit here is an hour, so a regression shows as a hang. (LSODA stops
+// short of the blow-up by itself and hands back the state it reached.)
+void TestModelOde::runawaySolutionsFailAtOnce()
+{
+    const struct {
+        QString dose;
+        QVector<int> stages;
+    } cases[] = {{"1e308", {0, 1}}, {"1", {1}}};
+    for (const auto &c : cases) {
+        TestProblem p = makeProblem("dAdt = k*A*A", {{"0", "A", c.dose, "0"}}, {0.5, 2, 10}, {1.0});
+        for (int stage : c.stages) {
+            model_ode model = p.model;
+            model.useRosenbrock = stage;
+            model.timeLimitMs = 3600000;
+            model.lsodaMessageStream = nullptr;
+            const auto rows = model.evaluate({1.0});
+            QCOMPARE(int(rows.size()), 3);
+            for (const auto &row : rows)
+                QVERIFY2(std::isnan(row[0]), qPrintable(QString("dose %1, stage %2").arg(c.dose).arg(stage)));
+        }
     }
 }
 

@@ -40,6 +40,8 @@ private slots:
     void messages();
     void auxiliarySubstitution();
     void dependencyClassification();
+    void hostileAuxiliaryFunctions();
+    void unbalancedParenthesesWarn();
 };
 
 void TestOdeSystemText::namesAndOrder()
@@ -142,6 +144,53 @@ void TestOdeSystemText::dependencyClassification()
     // An unevaluable equation keeps its row at -1.
     const OdeSystemText broken = parsed("dAdt = LOG(0-A)\ndBdt = A");
     QCOMPARE(broken.dependencyMatrix, (QVector<QVector<int>>{{N, N}, {L, I}}));
+}
+
+// Inputs that used to grow the text without bound end at once with a
+// message (the test would otherwise run out of memory or time).
+void TestOdeSystemText::hostileAuxiliaryFunctions()
+{
+    // A function that uses itself: 20 terms would grow by 20^6.
+    QStringList terms;
+    for (int i = 0; i < 20; ++i)
+        terms << "a";
+    const OdeSystemText self = parsed("dAdt = a", "a = " + terms.join('+'));
+    QCOMPARE(self.errors, QStringList{kCircular});
+
+    // An empty left-hand side would match every double blank.
+    const OdeSystemText empty = parsed("dAdt = -k*A", "= ((((((((a))))))))");
+    QCOMPARE(empty.errors.size(), 1);
+    QVERIFY(empty.errors[0].contains("has no name left of '='"));
+    QCOMPARE(empty.rightHandSides, QStringList{"-k*A"});
+    QVERIFY(parsed("dAdt = -k*A", "2 = k").errors[0].contains("has no name left of '='"));
+
+    // Without a cycle: three levels of 200 terms each would make 8 million
+    // terms; the growth limit stops them. Forty levels of doubling stop at
+    // the pass limit before they grow.
+    auto sumOf = [](const QString &name) { return QVector<QString>(200, name).toList().join('+'); };
+    const OdeSystemText wide =
+            parsed("dAdt = f1", "f1 = " + sumOf("f2") + "\nf2 = " + sumOf("f3") + "\nf3 = " + sumOf("k"));
+    QCOMPARE(wide.errors.size(), 1);
+    QVERIFY(wide.errors[0].contains("longer than 4000000 characters"));
+    QString chain;
+    for (int i = 1; i < 40; ++i)
+        chain += QStringLiteral("f%1 = f%2+f%2\n").arg(i).arg(i + 1);
+    QCOMPARE(parsed("dAdt = f1", chain + "f40 = k").errors, QStringList{kCircular});
+
+    // A cycle the ODE text never reaches changes nothing, as before.
+    QVERIFY(parsed("dAdt = -k*A", "f = g\ng = f").errors.isEmpty());
+}
+
+void TestOdeSystemText::unbalancedParenthesesWarn()
+{
+    const OdeSystemText open = parsed("dAgdt = (-ka*Ag\ndAcdt = ka*Ag)");
+    QCOMPARE(open.warnings.size(), 2);
+    QVERIFY(open.warnings[0].contains("dAgdt") && open.warnings[0].contains("1 '(' not closed"));
+    QVERIFY(open.warnings[1].contains("dAcdt") && open.warnings[1].contains("1 ')' not opened"));
+    const OdeSystemText many = parsed("dAdt = " + QString(100000, '(') + "k");
+    QCOMPARE(many.warnings.size(), 1);
+    QVERIFY(many.warnings[0].contains("100000 '(' not closed"));
+    QVERIFY(parsed("dAdt = -(k*(A))").warnings.isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestOdeSystemText)

@@ -59,6 +59,7 @@ private slots:
     void iterationFilesHaveTheirNamesAndLayouts();
     void writeThenLoadRestoresTheRecord();
     void reloadStopsAtTheFirstGap();
+    void tornFilesFallBackToTheNewestCompleteIteration();
     void logFileIsReplacedNotAppended();
     void restartOverwritesLaterIterations();
     void abortAtIterationZeroWritesOnlyTheLog();
@@ -128,31 +129,95 @@ void TestResultStore::reloadStopsAtTheFirstGap()
     const QString results = dir.path() + "/compResult/";
     const compResult written = writtenRun(dir.path(), 4);
     QVERIFY(QFile::remove(results + "X_2.csv"));
-    QVERIFY(QFile::remove(results + "R_0.csv"));
     // The newest solution set lacks point 0; the set is still found.
     QVERIFY(QFile::remove(results + "ODE_sol_3_0.csv"));
 
+    // Every history is cut back to the iterations before the gap in X, and
+    // the note says so.
     compResult loaded;
-    QVERIFY(loadResult(dir.path(), loaded));
+    QString note;
+    QVERIFY(loadResult(dir.path(), loaded, {}, &note));
     QCOMPARE(loaded.X.size(), 2);
-    QCOMPARE(loaded.Y.size(), 4);
-    QCOMPARE(loaded.lambda.size(), 4);
-    QVERIFY(loaded.SSR.isEmpty());
+    QCOMPARE(loaded.Y.size(), 2);
+    QCOMPARE(loaded.lambda.size(), 2);
+    QCOMPARE(loaded.SSR.size(), 2);
+    QVERIFY(note.contains("newest complete iteration being 1"));
     QCOMPARE(loaded.solutions.size(), 3);
     QVERIFY(loaded.solutions[0].isEmpty());
     QVERIFY(closeTo(loaded.solutions[2], written.solutions[2], 1e-15));
     // The readers of single iterations follow the same scan.
     QCOMPARE(storedIterationCount(dir.path(), IterationFile::X), 2);
-    QCOMPARE(storedIterationCount(dir.path(), IterationFile::SSR), 0);
     QVERIFY(closeTo(readIterationFile(dir.path(), IterationFile::Y, 3), written.Y[3], 1e-15));
     QVERIFY(closeTo(readIterationFile(dir.path(), IterationFile::Lambda, 1), DoubleMatrix{written.lambda[1]},
                     1e-15));
     QVERIFY(readIterationFile(dir.path(), IterationFile::X, 2).isEmpty());
 
+    // Without R_0 no iteration is complete: only the first cluster remains.
+    QVERIFY(QFile::remove(results + "R_0.csv"));
+    QCOMPARE(storedIterationCount(dir.path(), IterationFile::SSR), 0);
+    QVERIFY(loadResult(dir.path(), loaded));
+    QCOMPARE(loaded.X.size(), 1);
+    QVERIFY(loaded.Y.isEmpty() && loaded.SSR.isEmpty());
+
     // Without any X file nothing counts as a stored result.
     QVERIFY(QFile::remove(results + "X_0.csv"));
     QVERIFY(!loadResult(dir.path(), loaded));
     QVERIFY(loaded.X.isEmpty());
+}
+
+// What a kill during a write leaves: a file cut inside a row, an empty file.
+// The reload uses the iterations before it, and so does a shape that does
+// not fit the model.
+void TestResultStore::tornFilesFallBackToTheNewestCompleteIteration()
+{
+    QTemporaryDir dir;
+    const QString results = dir.path() + "/compResult/";
+    const compResult written = writtenRun(dir.path(), 4);
+    QFile y3(results + "Y_3.csv");
+    QVERIFY(y3.resize(y3.size() - 7));
+    QFile solution(results + "ODE_sol_3_2.csv");
+    QVERIFY(solution.resize(0));
+
+    compResult loaded;
+    QString note;
+    QVERIFY(loadResult(dir.path(), loaded, {}, &note));
+    QCOMPARE(loaded.X.size(), 4); // X_3 is whole: a restart repeats iteration 3
+    QCOMPARE(loaded.Y.size(), 3);
+    QCOMPARE(loaded.SSR.size(), 3);
+    QVERIFY(closeTo(loaded.X[3], written.X[3], 1e-15));
+    QVERIFY(note.contains("Y_3.csv"));
+    QVERIFY(note.contains("newest complete iteration being 2"));
+    QCOMPARE(loaded.sortIndex, (QVector<int>{2, 0, 1})); // from SSR_2, not the stored index of 3
+    QVERIFY(loaded.solutions[2].isEmpty());
+
+    // A cut row in an earlier X keeps only the iterations before it.
+    QFile x1(results + "X_1.csv");
+    QVERIFY(x1.resize(x1.size() - 3));
+    QVERIFY(loadResult(dir.path(), loaded, {}, &note));
+    QCOMPARE(loaded.X.size(), 1);
+    QCOMPARE(loaded.Y.size(), 1);
+
+    // Against a model with five observations no iteration fits; with three
+    // search variables not even the first cluster does.
+    QTemporaryDir other;
+    writtenRun(other.path(), 2);
+    ResultShape shape;
+    shape.searchVariables = 2;
+    shape.outputs = 5;
+    QVERIFY(loadResult(other.path(), loaded, shape, &note));
+    QCOMPARE(loaded.X.size(), 1);
+    QVERIFY(loaded.Y.isEmpty());
+    shape.searchVariables = 3;
+    QVERIFY(!loadResult(other.path(), loaded, shape, &note));
+    QVERIFY(note.contains("X_0.csv does not fit the model"));
+
+    // A stored sort index that is not a permutation of the points (the
+    // fuzzer's 7.8e15, a repeat) is computed afresh from the SSRs.
+    for (const char *stored : {"0,7777777777777777,1\n", "0,0,2\n"}) {
+        QVERIFY(writeFile(other.path() + "/compResult/sortIndex.csv", stored));
+        QVERIFY(loadResult(other.path(), loaded));
+        QCOMPARE(loaded.sortIndex, (QVector<int>{0, 2, 1}));
+    }
 }
 
 // The file is not truncated: a shorter log overwrites only its own length.
@@ -240,6 +305,11 @@ void TestResultStore::historyMoveTakesTheRunsFiles()
     compResult loaded;
     QVERIFY(!loadResult(dir.path(), loaded));
     QVERIFY(loaded.log.isEmpty());
+
+    // A fresh run with nothing to move leaves no empty history folder.
+    QTemporaryDir fresh;
+    moveResultsToHistory(fresh.path());
+    QVERIFY(!QDir(fresh.path() + "/history").exists());
 }
 
 QTEST_GUILESS_MAIN(TestResultStore)

@@ -31,6 +31,8 @@ private slots:
     void stopEndsTheRunAndReturnsToIdle();
     void polishAddsTheMinimisersAsAnIteration();
     void runRefusedByTheParameterSpecification();
+    void negativeDoseDurationReachesTheErrorPane();
+    void cutResultFilesAreNamedInTheLog();
     void closingDuringARunWaitsForIt();
     void saveThenOpenRoundTripsEveryStep();
     void brokenFoldersLoadWithoutAMessageOrACrash();
@@ -203,6 +205,33 @@ void RunAndProjectTest::polishAddsTheMinimisersAsAnIteration()
     QVERIFY(log.contains("\nPolish: group 1 ("));
     QVERIFY(QFile::exists(folder + "/compResult/X_4.csv"));
     QVERIFY(QFile::exists(folder + "/compResult/polish_summary.csv"));
+}
+
+// A dose with duration -5 used to run with the dose missing.
+void RunAndProjectTest::negativeDoseDurationReachesTheErrorPane()
+{
+    openExample("oral-absorption");
+    find<QTableWidget>("tableWidget_doseEvents")->item(0, 3)->setText("-5");
+    find<QAction>("actionRun")->trigger();
+    QVERIFY(find<QTextEdit>("textEdit_error")
+                    ->toPlainText()
+                    .contains("Error on 1th dose event: Infusion administration duration cannot be less than "
+                              "0."));
+    QVERIFY(idle());
+}
+
+// A kill during a write leaves a cut file; opening the folder keeps the
+// complete iterations and the log pane says what was left out.
+void RunAndProjectTest::cutResultFilesAreNamedInTheLog()
+{
+    const QString folder = copyExample(*m_dir, "oral-absorption");
+    QVERIFY(QDir().mkpath(folder + "/compResult"));
+    QVERIFY(writeFile(folder + "/compResult/X_0.csv", "0.1,0.2,0.3\n0.2,0.3,0.4\n"));
+    QVERIFY(writeFile(folder + "/compResult/X_1.csv", "0.1,0.2,0.3\n0.2,0."));
+    m_window->openProject(folder);
+    QVERIFY(find<QTextEdit>("textEdi_compLog")
+                    ->toPlainText()
+                    .contains("Incomplete result files (cut off by an interrupted write): X_1.csv."));
 }
 
 void RunAndProjectTest::runRefusedByTheParameterSpecification()

@@ -187,6 +187,10 @@ void SimulationTabTest::timePointsFromTheLineEdit()
         QVERIFY2(m_step->timePoints() == expected, qPrintable(text));
     }
     QVERIFY(paneText().contains("No simulation time points in \"0:1:-5\""));
+    // An end that is not finite has its own message, as in the batch tool.
+    typeInto(edit, "0:1:inf");
+    QVERIFY(m_step->timePoints().isEmpty());
+    QVERIFY(paneText().contains("hold \"inf\", which is not a finite number"));
 
     // A range of a billion points is refused before anything is allocated.
     typeInto(edit, "0:0.000001:1000");

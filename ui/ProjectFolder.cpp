@@ -163,7 +163,12 @@ void ProjectFolder::loadResult()
                  [&w](const QString &text) { w.run->logPane()->setPlainText(text); });
     });
     compResult record;
-    if (::loadResult(m_folder, record)) {
+    QString note;
+    const bool loaded = ::loadResult(m_folder, record, {}, &note);
+    // Cut or mismatched result files: the log says which iterations were kept.
+    if (!note.isEmpty())
+        w.run->logPane()->append(QStringLiteral("\n") + note);
+    if (loaded) {
         const int last = record.X.size() - 1;
         qDebug() << "num X: " << last;
         w.document->setResult(record);

@@ -12,19 +12,9 @@ QString red(ProblemSource source, const QString &text)
 
 } // namespace
 
-QString timePointsErrorHtml(const QString &text, bool tooMany)
+QString timePointsErrorHtml(const QString &text, bool)
 {
-    if (tooMany)
-        return red(ProblemSource::SimulationExpression,
-                   QStringLiteral("The simulation time points \"%1\" would make more than %2 points: use a "
-                                  "larger step or a shorter range.")
-                           .arg(text.toHtmlEscaped())
-                           .arg(maxSimulationTimePoints));
-    return red(ProblemSource::SimulationExpression,
-               QStringLiteral("No simulation time points in \"%1\": write them as 1,2,3,4,5 or as "
-                              "start:step:end (e.g., 0:1:10), with a step that is not 0 and leads from the "
-                              "start to the end.")
-                       .arg(text.toHtmlEscaped()));
+    return red(ProblemSource::SimulationExpression, simulationTimePointsProblem(text));
 }
 
 QString noOdeSystemHtml()

@@ -401,7 +401,7 @@ void ModelEditorStep::showErrors()
         if (problem.source == ProblemSource::ParameterSpecification)
             messages << problem.text;
     }
-    messages << model.system.errors;
+    messages << model.system.errors << model.system.warnings;
     const QString html = redBlockHtml(messages);
     if (html.isEmpty())
         workbench().errorPane->clear();
