@@ -153,11 +153,25 @@ int completeIterations(const compResult &r, int n, int p, int m, int q)
     return k;
 }
 
+// Iteration k's five files are all present and agree with each other and the
+// model, whatever their point count.
+bool isWholeIteration(const compResult &r, int k, int p, int m, int q)
+{
+    if (k >= r.X.size() || k >= r.Y.size() || k >= r.Parameter.size() || k >= r.SSR.size() ||
+        k >= r.lambda.size())
+        return false;
+    const int rows = r.X[k].size();
+    return rows > 0 && hasShape(r.X[k], rows, p) && hasShape(r.Y[k], rows, m) &&
+           hasShape(r.Parameter[k], rows, q) && r.SSR[k].size() == rows && r.lambda[k].size() == rows;
+}
+
 // Cuts the record back to its newest complete iteration (keeping the cluster
-// that follows it when that is whole) and says what was dropped. False when
-// not even the first cluster is usable.
+// that follows it when that is whole) and says what was dropped. A run with
+// polishing (polishedLast) ends with one iteration of its minimisers, one row
+// each, which is kept when whole. False when not even the first cluster is
+// usable.
 bool keepCompleteIterations(compResult &r, const ResultShape &shape, const QStringList &incomplete,
-                            QString *note)
+                            bool polishedLast, QString *note)
 {
     auto say = [note](const QString &text) {
         if (note)
@@ -180,10 +194,13 @@ bool keepCompleteIterations(compResult &r, const ResultShape &shape, const QStri
     }
     const int m = shape.outputs >= 0 ? shape.outputs : r.Y.value(0).value(0).size();
     const int q = shape.parameters >= 0 ? shape.parameters : r.Parameter.value(0).value(0).size();
-    const int complete = completeIterations(r, n, p, m, q);
-    const int clusters = complete < r.X.size() && hasShape(r.X[complete], n, p) ? complete + 1 : complete;
+    int complete = completeIterations(r, n, p, m, q);
     const int longest =
             std::max({int(r.Y.size()), int(r.Parameter.size()), int(r.SSR.size()), int(r.lambda.size())});
+    if (polishedLast && complete + 1 == r.X.size() && complete + 1 == longest &&
+        isWholeIteration(r, complete, p, m, q))
+        ++complete;
+    const int clusters = complete < r.X.size() && hasShape(r.X[complete], n, p) ? complete + 1 : complete;
     if (clusters < r.X.size() || complete < longest) {
         say(QStringLiteral("The files of iteration %1 are incomplete or do not fit the model: using "
                            "the stored clusters 0 to %2, the newest complete iteration being %3.")
@@ -420,7 +437,8 @@ bool loadResult(const QString &projectFolder, compResult &result, const ResultSh
     result.Parameter = readHistory(projectFolder, IterationFile::Parameter, incomplete);
     result.SSR = firstRows(readHistory(projectFolder, IterationFile::SSR, incomplete));
     result.lambda = firstRows(readHistory(projectFolder, IterationFile::Lambda, incomplete));
-    if (!keepCompleteIterations(result, shape, incomplete, &loadNote)) {
+    const bool polishedLast = QFile::exists(path(QStringLiteral("polish_summary.csv")));
+    if (!keepCompleteIterations(result, shape, incomplete, polishedLast, &loadNote)) {
         result = compResult();
         result.log = readLogLines(path(QStringLiteral("computation_log.txt")));
         return false;
