@@ -1,7 +1,7 @@
 #include "BatchCommon.h"
 
-#include "project/ResultStore.h"
 #include "ode/Simulation.h"
+#include "project/ResultStore.h"
 
 #include <algorithm>
 #include <cmath>

@@ -19,6 +19,8 @@
 // cost of the result files can be told from the engine's own.
 #include "engine/EngineSetup.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QCoreApplication>
@@ -30,12 +32,6 @@
 #include <random>
 
 namespace {
-
-void dropDebugMessages(QtMsgType type, const QMessageLogContext &, const QString &message)
-{
-    if (type != QtDebugMsg && type != QtInfoMsg)
-        std::fprintf(stderr, "%s\n", qPrintable(message));
-}
 
 const ProjectModel &exampleProject(const QString &example)
 {
@@ -189,9 +185,5 @@ BENCHMARK(BM_PbpkRun_10000_Threads2)->Iterations(1)->UseManualTime()->Unit(bench
 
 int main(int argc, char **argv)
 {
-    QCoreApplication application(argc, argv);
-    qInstallMessageHandler(dropDebugMessages);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runBenchmarks<QCoreApplication>(argc, argv);
 }

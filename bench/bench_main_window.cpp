@@ -19,6 +19,8 @@
 #include "project/ProjectModel.h"
 #include "ui/MainWindow.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QAction>
@@ -37,12 +39,6 @@
 namespace {
 
 const char *const kExample = AMBREL_EXAMPLES_DIR "/pbpk";
-
-void dropDebugMessages(QtMsgType type, const QMessageLogContext &, const QString &message)
-{
-    if (type != QtDebugMsg && type != QtInfoMsg)
-        std::fprintf(stderr, "%s\n", qPrintable(message));
-}
 
 // A copy of the example's model folder, so runs never write into the tree.
 QString exampleCopy(const QTemporaryDir &dir)
@@ -136,9 +132,5 @@ BENCHMARK(BM_Window_RunStall)->Unit(benchmark::kSecond)->UseRealTime()->Iteratio
 
 int main(int argc, char **argv)
 {
-    qInstallMessageHandler(dropDebugMessages);
-    QApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runBenchmarks<QApplication>(argc, argv);
 }

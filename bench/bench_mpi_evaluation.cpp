@@ -26,6 +26,8 @@
 #include "batch/EvaluationMessages.h"
 #include "engine/EngineSetup.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QCoreApplication>
@@ -37,12 +39,6 @@
 #include <random>
 
 namespace {
-
-void dropDebugMessages(QtMsgType type, const QMessageLogContext &, const QString &message)
-{
-    if (type != QtDebugMsg && type != QtInfoMsg)
-        std::fprintf(stderr, "%s\n", qPrintable(message));
-}
 
 const ProjectModel &pbpkProject()
 {
@@ -257,9 +253,5 @@ BENCHMARK(BM_MessageCodec)->Unit(benchmark::kMicrosecond);
 
 int main(int argc, char **argv)
 {
-    QCoreApplication application(argc, argv);
-    qInstallMessageHandler(dropDebugMessages);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runBenchmarks<QCoreApplication>(argc, argv);
 }

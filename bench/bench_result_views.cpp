@@ -22,6 +22,8 @@
 #include "ui/steps/ResultsStep.h"
 #include "ui/tables/TableWidgetFiles.h"
 
+#include "bench_support.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QApplication>
@@ -43,12 +45,6 @@ namespace {
 
 const int observationCount = 20;
 const double dose = 320;
-
-void dropDebugMessages(QtMsgType type, const QMessageLogContext &, const QString &message)
-{
-    if (type != QtDebugMsg && type != QtInfoMsg)
-        std::fprintf(stderr, "%s\n", qPrintable(message));
-}
 
 QVector<double> observationTimes()
 {
@@ -241,10 +237,5 @@ BENCHMARK(BM_Analyses)->Arg(250)->Arg(10000)->Unit(benchmark::kMillisecond);
 int main(int argc, char **argv)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
-    qInstallMessageHandler(dropDebugMessages);
-    QApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return runBenchmarks<QApplication>(argc, argv);
 }

@@ -111,6 +111,12 @@ bool writeFileAtomically(const QString &path, const char *data, std::size_t size
     return writeThroughRename(target, partial, data, size);
 }
 
+bool writeTextAtomically(const QString &path, const QString &text)
+{
+    const QByteArray bytes = text.toUtf8();
+    return writeFileAtomically(path, bytes.constData(), std::size_t(bytes.size()));
+}
+
 void removePartialFiles(const QString &folder)
 {
     QDir dir(folder);

@@ -17,5 +17,8 @@
 // removed).
 bool writeFileAtomically(const QString &path, const char *data, std::size_t size);
 
+// The same for a text, written as UTF-8.
+bool writeTextAtomically(const QString &path, const QString &text);
+
 // Removes the temporary files a killed writer left in the folder.
 void removePartialFiles(const QString &folder);

@@ -1,28 +1,14 @@
 #include "project/ModelFolder.h"
 
+#include "project/AtomicFile.h"
 #include "project/ScriptExport.h"
 #include "project/TableFiles.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
-#include <QTextStream>
 
 namespace {
-
-// Replaces the file atomically: a failed save leaves the previous file whole.
-bool writeTextFile(const QString &path, const QString &text)
-{
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
-        return false;
-    QTextStream out(&file);
-    out.setCodec("UTF-8");
-    out << text;
-    out.flush();
-    return file.commit();
-}
 
 IntMatrix dependencyStructure(const OdeSystemText &system)
 {
@@ -51,16 +37,17 @@ bool saveModelFolder(const QString &folder, const ProjectInputs &inputs, const P
     const QString dir = folder + QStringLiteral("/model/");
     const QStringList &parameterNames = model.system.parameterNames;
 
-    if (!writeTextFile(dir + "ODE_expression.txt", inputs.odeText))
+    if (!writeTextAtomically(dir + "ODE_expression.txt", inputs.odeText))
         return false;
     writeTable(dir + "parameter_specifications.csv", inputs.parameterSpecification);
     writeDoubleMatrix(dir + "x_ul.csv", domainBoundsMatrix(readParameterSpecification(
                                                 tableStringMatrix(inputs.parameterSpecification))));
-    if (!writeTextFile(dir + "ODE_auxiliary_function_expression.txt", inputs.auxiliaryText) ||
-        !writeTextFile(dir + "parameterNames.txt", parameterNames.join(QLatin1Char('\n'))) ||
-        !writeTextFile(dir + "reparaDefinition.txt", inputs.gText) ||
-        !writeTextFile(dir + "reparaInverse.txt", inputs.gInverseText) ||
-        !writeTextFile(dir + "variableNames.txt", model.system.stateVariableNames.join(QLatin1Char('\n'))))
+    if (!writeTextAtomically(dir + "ODE_auxiliary_function_expression.txt", inputs.auxiliaryText) ||
+        !writeTextAtomically(dir + "parameterNames.txt", parameterNames.join(QLatin1Char('\n'))) ||
+        !writeTextAtomically(dir + "reparaDefinition.txt", inputs.gText) ||
+        !writeTextAtomically(dir + "reparaInverse.txt", inputs.gInverseText) ||
+        !writeTextAtomically(dir + "variableNames.txt",
+                             model.system.stateVariableNames.join(QLatin1Char('\n'))))
         return false;
     exportScripts(folder, model);
     writeTable(dir + "initial_cluster.txt", inputs.initialCluster);
@@ -68,7 +55,7 @@ bool saveModelFolder(const QString &folder, const ProjectInputs &inputs, const P
     writeTable(dir + "observations.txt", inputs.observations);
     writeTable(dir + "simulationParameters.csv", inputs.simulationParameters);
     writeTable(dir + "simulationDoseEvents.csv", inputs.simulationDoseEvents);
-    if (!writeTextFile(dir + "simulationTimePoints.txt", inputs.simulationTimePoints))
+    if (!writeTextAtomically(dir + "simulationTimePoints.txt", inputs.simulationTimePoints))
         return false;
     writeIntMatrix(dir + "ODE_RHS_Jacobian_Structure.csv", dependencyStructure(model.system));
     copyModelToHistory(folder);

@@ -5,41 +5,9 @@
 
 #include <QDebug>
 #include <QFile>
-#include <QSaveFile>
 #include <QTextStream>
 
 namespace {
-
-// Opens a file for writing with a stream that writes real numbers with 16
-// significant digits. The text goes to a temporary file beside the target,
-// which replaces the target only when the writer is done, so an interrupted
-// or failed write never leaves a half-written file behind.
-struct TextFileWriter {
-    QSaveFile file;
-    QTextStream stream;
-
-    explicit TextFileWriter(const QString &path)
-        : file(path)
-    {
-    }
-    ~TextFileWriter()
-    {
-        if (!file.isOpen())
-            return;
-        stream.flush();
-        if (!file.commit())
-            qDebug() << "Error, unable to save" << file.fileName();
-    }
-    bool open()
-    {
-        if (!file.open(QIODevice::WriteOnly))
-            return false;
-        stream.setDevice(&file);
-        stream.setCodec("UTF-8");
-        stream.setRealNumberPrecision(16);
-        return true;
-    }
-};
 
 // The text is formed in memory and the file written at once, through a
 // temporary file, so that a reader never sees part of it.
@@ -111,12 +79,8 @@ void appendTableRows(QString &text, const TableCells &table, Prefix prefixOfRow)
 
 void writeText(const QString &path, const QString &text, const char *failureMessage)
 {
-    TextFileWriter writer(path);
-    if (!writer.open()) {
+    if (!writeTextAtomically(path, text))
         qDebug() << failureMessage;
-        return;
-    }
-    writer.stream << text;
 }
 
 } // namespace
@@ -228,10 +192,5 @@ QString labelledColumnsText(const QStringList &columnNames, const DoubleMatrix &
 void writeLabelledColumns(const QString &path, const QStringList &columnNames, const DoubleMatrix &columns,
                           const QStringList &rowLabels)
 {
-    TextFileWriter writer(path);
-    if (!writer.open()) {
-        qDebug() << "Error, unable to save";
-        return;
-    }
-    writer.stream << labelledColumnsText(columnNames, columns, rowLabels);
+    writeText(path, labelledColumnsText(columnNames, columns, rowLabels), "Error, unable to save");
 }

@@ -1,5 +1,6 @@
 // The batch tool started by mpirun: the same result as one process, refusal
 // when the ranks read different models, and a clean stop on Ctrl-C.
+#include "batch_test_support.h"
 #include "test_support.h"
 
 #include <QDirIterator>
@@ -9,12 +10,6 @@
 #include <csignal>
 
 namespace {
-
-struct Outcome {
-    int exitCode;
-    QString out;
-    QString err;
-};
 
 // A tolerance other than the default: the other ranks must take rank 0's.
 const QStringList kShortRun = {
@@ -33,13 +28,6 @@ void prepareMpirun(QProcess &process)
     process.setProgram(MPIEXEC);
 }
 
-Outcome finished(QProcess &process)
-{
-    process.waitForFinished(180000);
-    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError())};
-}
-
 // One run command per rank group: {{"-np", "2", AMBREL_BATCH, "run", ...}, ...}.
 Outcome mpirun(const QList<QStringList> &groups)
 {
@@ -50,13 +38,6 @@ Outcome mpirun(const QList<QStringList> &groups)
         arguments << (arguments.size() > 1 ? QStringList{":"} : QStringList()) << group;
     process.setArguments(arguments);
     process.start();
-    return finished(process);
-}
-
-Outcome single(const QStringList &arguments)
-{
-    QProcess process;
-    process.start(AMBREL_BATCH, arguments);
     return finished(process);
 }
 
@@ -103,7 +84,7 @@ void TestBatchMpi::twoRanksGiveTheSingleProcessBytes()
 {
     QTemporaryDir dir;
     const QString alone = copyExample(dir, "oral-absorption");
-    const Outcome one = single(QStringList{"run", alone} + kShortRun);
+    const Outcome one = batch(QStringList{"run", alone} + kShortRun);
     QCOMPARE(one.exitCode, 0);
     QVERIFY(QDir(dir.path()).rename("oral-absorption", "alone"));
 
@@ -164,10 +145,7 @@ void TestBatchMpi::interruptStopsEveryRank()
     process.setArguments({"--oversubscribe", "-np", "2", AMBREL_BATCH, "run", project, "--stage1-iterations",
                           "100000", "--points", "200"});
     process.start();
-    QString out;
-    while (!out.contains("iteration 1:") && process.waitForReadyRead(60000))
-        out += QString::fromUtf8(process.readAllStandardOutput());
-    QVERIFY(out.contains("iteration 1:"));
+    QVERIFY(readOutputUntil(process, "iteration 1:").contains("iteration 1:"));
     ::kill(pid_t(process.processId()), SIGINT);
     QVERIFY(process.waitForFinished(60000));
     QVERIFY(QFile::exists(project + "/compResult/X_1.csv"));

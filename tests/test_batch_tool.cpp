@@ -85,9 +85,7 @@ void TestBatchTool::exitStatusFollowsTheRunsOutcome()
     QFile::remove(project + "/model/initial_cluster.txt");
     QProcess process;
     process.start(AMBREL_BATCH, {"run", project, "--stage1-iterations", "100000", "--points", "40"});
-    QString out;
-    while (!out.contains("iteration 0:") && process.waitForReadyRead(60000))
-        out += QString::fromUtf8(process.readAllStandardOutput());
+    QString out = readOutputUntil(process, "iteration 0:");
     QVERIFY(out.contains("iteration 0:"));
     ::kill(pid_t(process.processId()), SIGINT);
     QVERIFY(process.waitForFinished(60000));
