@@ -1,8 +1,8 @@
 #pragma once
 
+#include "EvaluationStopwatch.h"
 #include "model_ode.h"
 
-#include <chrono>
 #include <stdexcept>
 #include <vector>
 
@@ -24,7 +24,7 @@ struct ModelRhs {
     template<class Matrix, class Vector>
     void jacobian(double t, const double *x, Matrix &jacobian, Vector &dfdt);
 
-    void checkTimeLimit() const;
+    void checkTimeLimit();
     // Throws when a state or a derivative is NaN, infinite or above 1e300.
     void checkFinite(const double *x, const double *dxdt) const;
 
@@ -34,8 +34,7 @@ struct ModelRhs {
     std::vector<double> base;   // f at the Jacobian's expansion point
     const QVector<int> *infusedCompartments = nullptr;
     const QVector<double> *infusionRates = nullptr;
-    std::chrono::steady_clock::time_point start;
-    std::chrono::milliseconds limit;
+    EvaluationStopwatch stopwatch;
     long evaluations = 0;
 
 private:

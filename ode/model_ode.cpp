@@ -19,8 +19,7 @@ ModelRhs::ModelRhs(const model_ode &m, const QVector<double> &parameters, int ti
     , n(m.numStateVariables)
     , values(std::size_t(1 + m.numStateVariables + parameters.size()), 0.0)
     , base(std::size_t(m.numStateVariables), 0.0)
-    , start(std::chrono::steady_clock::now())
-    , limit(timeLimitMs)
+    , stopwatch(timeLimitMs)
 {
     std::copy(parameters.begin(), parameters.end(), values.begin() + 1 + n);
 }
@@ -31,9 +30,9 @@ void ModelRhs::setInterval(int i)
     infusionRates = &model.infusionRates[i];
 }
 
-void ModelRhs::checkTimeLimit() const
+void ModelRhs::checkTimeLimit()
 {
-    if (std::chrono::steady_clock::now() - start > limit)
+    if (stopwatch.limitExceeded())
         throw std::runtime_error("Exception : integration taking too long!");
 }
 
@@ -70,19 +69,45 @@ std::vector<std::vector<double>> model_ode::nanRows() const
             std::vector<double>(std::size_t(numStateVariables), std::numeric_limits<double>::quiet_NaN()));
 }
 
-void model_ode::integrateRosenbrock(std::vector<double> &state, double t0, double t1, ModelRhs &rhs)
-{
+// The Rosenbrock stepper with its step-size controller, kept for all
+// intervals of one evaluation so that its work vectors and matrices are
+// allocated once. Each interval starts the step-size control afresh, exactly
+// as a new controller would.
+class RosenbrockIntegrator : public odeint::rosenbrock4_controller<odeint::rosenbrock4<double>> {
+public:
     using State = ublas::vector<double>;
+
+    RosenbrockIntegrator(double absoluteTolerance, double relativeTolerance, std::size_t n)
+        : rosenbrock4_controller(absoluteTolerance, relativeTolerance)
+        , state(n)
+    {
+    }
+
+    void restartControl()
+    {
+        m_first_step = true;
+        m_err_old = 0.0;
+        m_dt_old = 0.0;
+        m_last_rejected = false;
+    }
+
+    State state;
+};
+
+void model_ode::integrateRosenbrock(std::vector<double> &state, double t0, double t1, ModelRhs &rhs,
+                                    RosenbrockIntegrator &integrator)
+{
+    using State = RosenbrockIntegrator::State;
     using Matrix = ublas::matrix<double>;
-    State x(state.size());
+    State &x = integrator.state;
     std::copy(state.begin(), state.end(), x.begin());
     auto system = [&rhs](const State &s, State &dsdt, double t) { rhs.derivatives(t, &s[0], &dsdt[0]); };
     auto jacobian = [&rhs](const State &s, Matrix &j, double t, State &dfdt) {
         rhs.jacobian(t, &s[0], j, dfdt);
     };
-    odeint::integrate_adaptive(odeint::rosenbrock4_controller<odeint::rosenbrock4<double>>(
-                                       rosenbrockAbsoluteTolerance, rosenbrockRelativeTolerance),
-                               std::make_pair(system, jacobian), x, t0, t1, (t1 - t0) * 0.5);
+    integrator.restartControl();
+    odeint::integrate_adaptive(boost::ref(integrator), std::make_pair(system, jacobian), x, t0, t1,
+                               (t1 - t0) * 0.5);
     std::copy(x.begin(), x.end(), state.begin());
 }
 
@@ -104,7 +129,11 @@ std::vector<std::vector<double>> model_ode::evaluate(const QVector<double> &para
         std::vector<double> state(std::size_t(numStateVariables), 0.0);
         // A fresh integrator per evaluation: no state carries over.
         std::unique_ptr<LSODA> solver;
-        if (!useRosenbrock) {
+        std::unique_ptr<RosenbrockIntegrator> rosenbrock;
+        if (useRosenbrock) {
+            rosenbrock = std::make_unique<RosenbrockIntegrator>(rosenbrockAbsoluteTolerance,
+                                                                rosenbrockRelativeTolerance, state.size());
+        } else {
             solver = std::make_unique<LSODA>();
             solver->setMessageStream(lsodaMessageStream);
         }
@@ -128,7 +157,7 @@ std::vector<std::vector<double>> model_ode::evaluate(const QVector<double> &para
             }
             rhs.setInterval(i + 1);
             if (useRosenbrock)
-                integrateRosenbrock(state, timePoints[i], timePoints[i + 1], rhs);
+                integrateRosenbrock(state, timePoints[i], timePoints[i + 1], rhs, *rosenbrock);
             else
                 integrateLsoda(state, timePoints[i], timePoints[i + 1], rhs, *solver);
             // The state before the doses of grid point i + 1.

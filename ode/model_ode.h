@@ -10,6 +10,7 @@
 #include <vector>
 
 class LSODA;
+class RosenbrockIntegrator;
 class OdeSystemText;
 struct ModelRhs;
 
@@ -89,7 +90,8 @@ private:
     // The index of the grid value equal to t, or -1 (NaN is never equal).
     int gridIndexOf(double t) const;
     std::vector<std::vector<double>> nanRows() const;
-    void integrateRosenbrock(std::vector<double> &state, double t0, double t1, ModelRhs &rhs);
+    void integrateRosenbrock(std::vector<double> &state, double t0, double t1, ModelRhs &rhs,
+                             RosenbrockIntegrator &integrator);
     void integrateLsoda(std::vector<double> &state, double t0, double t1, ModelRhs &rhs, LSODA &solver);
 
     long m_rhsEvaluations = 0;

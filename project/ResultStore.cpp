@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QMap>
 #include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTextStream>
@@ -62,6 +63,20 @@ QVector<int> storedSolutionPoints(const QDir &folder, int k)
         const QRegularExpressionMatch match = name.match(file);
         if (match.hasMatch() && match.captured(1).toInt() == k)
             points << match.captured(2).toInt();
+    }
+    return points;
+}
+
+// The stored solution points of every iteration, from one listing of the folder.
+QMap<int, QVector<int>> solutionPointsByIteration(const QDir &folder)
+{
+    static const QRegularExpression name(QStringLiteral("^ODE_sol_(\\d+)_(\\d+)\\.csv$"));
+    QMap<int, QVector<int>> points;
+    const QStringList files = folder.entryList({QStringLiteral("ODE_sol_*.csv")}, QDir::Files, QDir::NoSort);
+    for (const QString &file : files) {
+        const QRegularExpressionMatch match = name.match(file);
+        if (match.hasMatch())
+            points[match.captured(1).toInt()] << match.captured(2).toInt();
     }
     return points;
 }
@@ -231,8 +246,11 @@ QStringList readLogLines(const QString &path)
     return lines;
 }
 
-// Copies the file into the target folder and removes it; returns false when
-// the file is missing. A file whose copy fails is kept.
+// Moves the file into the target folder; returns false when the file is
+// missing. A rename keeps the file's data where it is (a copy and a removal
+// would cost a run's worth of writes, and on file systems without a journal
+// the freshly freed inodes slow the next run's file creation); across file
+// systems the file is copied and removed. A file that cannot be moved is kept.
 bool moveFile(const QDir &from, const QDir &to, const QString &fileName)
 {
     const QString source = from.filePath(fileName);
@@ -240,9 +258,7 @@ bool moveFile(const QDir &from, const QDir &to, const QString &fileName)
         return false;
     // The history folder appears only when there is something to move.
     QDir().mkpath(to.path());
-    if (QFile::copy(source, to.filePath(fileName)))
-        QFile::remove(source);
-    else
+    if (!QFile::rename(source, to.filePath(fileName)))
         qDebug() << "Error, unable to copy" << source;
     return true;
 }
@@ -406,11 +422,12 @@ QString moveResultsToHistory(const QString &projectFolder)
     const QDir to(target);
 
     moveFile(from, to, QStringLiteral("sortIndex.csv"));
+    const QMap<int, QVector<int>> solutions = solutionPointsByIteration(from);
     for (int k = 0;; ++k) {
         bool any = false;
         for (IterationFile file : kIterationFiles)
             any = moveFile(from, to, iterationFileName(file, k)) || any;
-        for (int point : storedSolutionPoints(from, k))
+        for (int point : solutions.value(k))
             any = moveFile(from, to, solutionFileName(k, point)) || any;
         if (!any)
             break;
