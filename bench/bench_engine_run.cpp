@@ -80,6 +80,7 @@ void pbpkRun(benchmark::State &state, int threads, const RunConfiguration &confi
     settings.stage1Iterations = configuration.stage1;
     settings.stage2Iterations = configuration.stage2;
     settings.integratorMessages = nullptr; // the method-switch notices
+    settings.seed = 7;                     // every row does the same work
 
     QThreadPool::globalInstance()->setMaxThreadCount(threads);
     double seconds = 0, evaluationSeconds = 0, bestSsr = 0;
@@ -123,6 +124,7 @@ const RunConfiguration kSmallRun{100, 20, 5};
 const RunConfiguration kDefaultRunNoFiles{250, 50, 10, false};
 const RunConfiguration kSmallRunNoFiles{100, 20, 5, false};
 const RunConfiguration kOralRun{250, 50, 10, true, "oral-absorption"};
+const RunConfiguration kOralRunNoFiles{250, 50, 10, false, "oral-absorption"};
 const RunConfiguration kLargestRun{10000, 3, 0};
 
 } // namespace
@@ -167,6 +169,14 @@ static void BM_OralRun_Threads2(benchmark::State &s)
 {
     pbpkRun(s, 2, kOralRun);
 }
+static void BM_OralRun_NoFiles_Threads1(benchmark::State &s)
+{
+    pbpkRun(s, 1, kOralRunNoFiles);
+}
+static void BM_OralRun_NoFiles_Threads2(benchmark::State &s)
+{
+    pbpkRun(s, 2, kOralRunNoFiles);
+}
 static void BM_PbpkRun_10000_Threads2(benchmark::State &s)
 {
     pbpkRun(s, 2, kLargestRun);
@@ -181,6 +191,8 @@ BENCHMARK(BM_PbpkRun_NoFiles_Threads1)->Iterations(1)->UseManualTime()->Unit(ben
 BENCHMARK(BM_PbpkRun_NoFiles_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(BM_OralRun_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(BM_OralRun_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_OralRun_NoFiles_Threads1)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_OralRun_NoFiles_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 BENCHMARK(BM_PbpkRun_10000_Threads2)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 
 int main(int argc, char **argv)

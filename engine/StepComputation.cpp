@@ -1,7 +1,7 @@
 #include "engine/StepComputation.h"
 
 #include "engine/LocalJacobian.h"
-#include "engine/ParallelChunks.h"
+#include "model/ParallelChunks.h"
 
 #include <boost/numeric/ublas/matrix_proxy.hpp>
 

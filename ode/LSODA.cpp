@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstring>
 #include <cstdarg>
 #include <cstdlib>
 
@@ -649,7 +650,10 @@ double LSODA::fnorm(int n, const std::vector<std::vector<double>> &a, const doub
     return an;
 }
 
-void LSODA::cfode(int meth)
+namespace {
+
+// The Adams (meth 1) or BDF (meth 2) coefficients of orders 1 to 12 or 1 to 5.
+void computeMethodCoefficients(int meth, double (&elco_)[13][14], double (&tesco_)[13][4])
 {
     double pc[13];
     if (meth == 1) {
@@ -716,6 +720,26 @@ void LSODA::cfode(int meth)
         tesco_[nq][3] = (nq + 2) / elco_[nq][1];
         rq1fac /= fnq;
     }
+}
+
+// Both methods' tables, computed once: every problem start needs them.
+struct MethodCoefficients {
+    double elco[13][14] = {};
+    double tesco[13][4] = {};
+    explicit MethodCoefficients(int meth) { computeMethodCoefficients(meth, elco, tesco); }
+};
+
+} // namespace
+
+void LSODA::cfode(int meth)
+{
+    static const MethodCoefficients adams(1), bdf(2);
+    // The rows of the orders the method has; the other rows keep what they
+    // held (no order beyond the method's maximum reads them).
+    const MethodCoefficients &table = meth == 1 ? adams : bdf;
+    const int rows = meth == 1 ? 13 : 6;
+    std::memcpy(elco_, table.elco, sizeof(double) * 14 * std::size_t(rows));
+    std::memcpy(tesco_, table.tesco, sizeof(double) * 4 * std::size_t(rows));
 }
 
 void LSODA::resetCoefficients()

@@ -138,16 +138,14 @@ std::vector<std::vector<double>> model_ode::evaluate(const QVector<double> &para
             solver->setMessageStream(lsodaMessageStream);
         }
 
-        // The observation records of every grid point, in record order.
-        std::vector<std::vector<int>> recordsAt(std::size_t(timePoints.size()));
-        for (int r = 0; r < observationTimeIndex.size(); ++r)
-            if (observationTimeIndex[r] >= 0)
-                recordsAt[std::size_t(observationTimeIndex[r])].push_back(r);
-
+        // The observation records of grid point i see the state there.
+        const auto keepState = [&](int i) {
+            for (int k = gridRecordStart[i]; k < gridRecordStart[i + 1]; ++k)
+                rows[std::size_t(gridRecords[k])] = state;
+        };
         // Observations at the first grid point see the initial state.
-        if (!recordsAt.empty())
-            for (int r : recordsAt[0])
-                rows[std::size_t(r)] = state;
+        if (!timePoints.isEmpty())
+            keepState(0);
 
         for (int i = 0; i + 1 < timePoints.size(); ++i) {
             for (int j = 0; j < numStateVariables; ++j) {
@@ -161,8 +159,7 @@ std::vector<std::vector<double>> model_ode::evaluate(const QVector<double> &para
             else
                 integrateLsoda(state, timePoints[i], timePoints[i + 1], rhs, *solver);
             // The state before the doses of grid point i + 1.
-            for (int r : recordsAt[std::size_t(i) + 1])
-                rows[std::size_t(r)] = state;
+            keepState(i + 1);
         }
         m_rhsEvaluations = rhs.evaluations;
     } catch (...) {

@@ -38,6 +38,9 @@ public:
     // The schedule: the sorted, distinct time grid and what happens on it.
     QVector<double> timePoints;
     QVector<int> observationTimeIndex;          // per observation record, -1 off the grid
+    // The records on grid point i: gridRecords[gridRecordStart[i] .. gridRecordStart[i + 1]).
+    QVector<int> gridRecords;
+    QVector<int> gridRecordStart;
     QVector<QVector<double>> bolusDose;         // per grid point, per state
     QVector<QVector<double>> setValue;          // per grid point, per state; NaN = not set
     QVector<QVector<int>> infusionCompartments; // per interval (i-1, i), entry i

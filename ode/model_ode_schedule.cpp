@@ -115,4 +115,17 @@ void model_ode::buildSchedule(const QVector<double> &parameters)
     observationTimeIndex.reserve(observationTimes.size());
     for (double t : qAsConst(observationTimes))
         observationTimeIndex << gridIndexOf(t);
+
+    // The records grouped by grid point, in record order within a point.
+    gridRecordStart.fill(0, n + 1);
+    for (int index : qAsConst(observationTimeIndex))
+        if (index >= 0)
+            ++gridRecordStart[index + 1];
+    for (int i = 0; i < n; ++i)
+        gridRecordStart[i + 1] += gridRecordStart[i];
+    gridRecords.resize(gridRecordStart[n]);
+    QVector<int> filled = gridRecordStart;
+    for (int r = 0; r < observationTimeIndex.size(); ++r)
+        if (observationTimeIndex[r] >= 0)
+            gridRecords[filled[observationTimeIndex[r]]++] = r;
 }

@@ -16,10 +16,15 @@ namespace {
 
 const QString kPartialSuffix = QStringLiteral(".partial");
 
+QString partialName(const QString &fileName)
+{
+    return QStringLiteral(".") + fileName + kPartialSuffix;
+}
+
 QString partialPath(const QString &path)
 {
     const QFileInfo info(path);
-    return info.path() + QStringLiteral("/.") + info.fileName() + kPartialSuffix;
+    return info.path() + QLatin1Char('/') + partialName(info.fileName());
 }
 
 // Through a named temporary file, renamed over the target.
@@ -56,21 +61,40 @@ bool writeAll(int descriptor, const char *data, std::size_t size)
     return true;
 }
 
+// Where an unnamed file is made and named: the folder (a descriptor with
+// "." as the folder's name and bare file names, or AT_FDCWD with paths), and
+// the folder in which the process's descriptors appear as links.
+struct UnnamedFileSite {
+    int folderFd;
+    const char *folder;
+    int processFds; // /proc/self/fd opened, or AT_FDCWD for the path
+};
+
+int linkDescriptor(const UnnamedFileSite &site, int descriptor, const char *name)
+{
+    char link[40];
+    if (site.processFds == AT_FDCWD)
+        std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
+    else
+        std::snprintf(link, sizeof link, "%d", descriptor);
+    return ::linkat(site.processFds, link, site.folderFd, name, AT_SYMLINK_FOLLOW);
+}
+
 // Gives the unnamed file its name: a new name by one link; an existing one
 // by a link to the temporary name (freed first if a killed writer left it)
 // and a rename over the target.
-Outcome nameUnnamedFile(const char *procPath, const QByteArray &target, const QByteArray &partial)
+Outcome nameUnnamedFile(const UnnamedFileSite &site, int descriptor, const char *target, const char *partial)
 {
-    if (::linkat(AT_FDCWD, procPath, AT_FDCWD, target.constData(), AT_SYMLINK_FOLLOW) == 0)
+    if (linkDescriptor(site, descriptor, target) == 0)
         return Outcome::Written;
     if (errno != EEXIST)
         return errno == ENOENT || errno == EPERM ? Outcome::Unsupported : Outcome::Failed;
-    ::unlink(partial.constData());
-    if (::linkat(AT_FDCWD, procPath, AT_FDCWD, partial.constData(), AT_SYMLINK_FOLLOW) != 0)
+    ::unlinkat(site.folderFd, partial, 0);
+    if (linkDescriptor(site, descriptor, partial) != 0)
         return Outcome::Failed;
-    if (::rename(partial.constData(), target.constData()) == 0)
+    if (::renameat(site.folderFd, partial, site.folderFd, target) == 0)
         return Outcome::Written;
-    ::unlink(partial.constData());
+    ::unlinkat(site.folderFd, partial, 0);
     return Outcome::Failed;
 }
 
@@ -78,20 +102,16 @@ Outcome nameUnnamedFile(const char *procPath, const QByteArray &target, const QB
 // This costs the directory one entry instead of a temporary one and a
 // rename, and a killed process leaves nothing behind. Unsupported where the
 // file system or a missing /proc does not allow it.
-Outcome writeUnnamed(const QString &path, const QByteArray &target, const QByteArray &partial,
-                     const char *data, std::size_t size)
+Outcome writeUnnamed(const UnnamedFileSite &site, const char *target, const char *partial, const char *data,
+                     std::size_t size)
 {
-    const QByteArray folder = QFile::encodeName(QFileInfo(path).path());
-    const int descriptor = ::open(folder.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+    const int descriptor = ::openat(site.folderFd, site.folder, O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
     if (descriptor < 0)
         return errno == ENOENT || errno == ENOTDIR || errno == EACCES ? Outcome::Failed
                                                                       : Outcome::Unsupported;
     Outcome outcome = Outcome::Failed;
-    if (writeAll(descriptor, data, size)) {
-        char procPath[40];
-        std::snprintf(procPath, sizeof procPath, "/proc/self/fd/%d", descriptor);
-        outcome = nameUnnamedFile(procPath, target, partial);
-    }
+    if (writeAll(descriptor, data, size))
+        outcome = nameUnnamedFile(site, descriptor, target, partial);
     ::close(descriptor);
     return outcome;
 }
@@ -104,7 +124,9 @@ bool writeFileAtomically(const QString &path, const char *data, std::size_t size
     const QByteArray target = QFile::encodeName(path);
     const QByteArray partial = QFile::encodeName(partialPath(path));
 #ifdef __linux__
-    const Outcome outcome = writeUnnamed(path, target, partial, data, size);
+    const QByteArray folder = QFile::encodeName(QFileInfo(path).path());
+    const UnnamedFileSite site{AT_FDCWD, folder.constData(), AT_FDCWD};
+    const Outcome outcome = writeUnnamed(site, target.constData(), partial.constData(), data, size);
     if (outcome != Outcome::Unsupported)
         return outcome == Outcome::Written;
 #endif
@@ -115,6 +137,41 @@ bool writeTextAtomically(const QString &path, const QString &text)
 {
     const QByteArray bytes = text.toUtf8();
     return writeFileAtomically(path, bytes.constData(), std::size_t(bytes.size()));
+}
+
+AtomicFolder::AtomicFolder(const QString &folder)
+    : m_folder(folder)
+{
+#ifdef __linux__
+    m_folderFd = ::open(QFile::encodeName(folder).constData(), O_DIRECTORY | O_PATH | O_CLOEXEC);
+    if (m_folderFd >= 0)
+        m_processFds = ::open("/proc/self/fd", O_DIRECTORY | O_PATH | O_CLOEXEC);
+#endif
+}
+
+AtomicFolder::~AtomicFolder()
+{
+#ifdef __linux__
+    if (m_processFds >= 0)
+        ::close(m_processFds);
+    if (m_folderFd >= 0)
+        ::close(m_folderFd);
+#endif
+}
+
+bool AtomicFolder::write(const QString &fileName, const char *data, std::size_t size) const
+{
+#ifdef __linux__
+    if (m_folderFd >= 0 && m_processFds >= 0) {
+        const UnnamedFileSite site{m_folderFd, ".", m_processFds};
+        const Outcome outcome = writeUnnamed(site, QFile::encodeName(fileName).constData(),
+                                             QFile::encodeName(partialName(fileName)).constData(), data, size);
+        if (outcome != Outcome::Unsupported)
+            return outcome == Outcome::Written;
+    }
+#endif
+    const QString path = filePath(fileName);
+    return writeThroughRename(QFile::encodeName(path), QFile::encodeName(partialPath(path)), data, size);
 }
 
 void removePartialFiles(const QString &folder)

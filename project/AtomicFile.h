@@ -1,6 +1,7 @@
 // Whole-file writes that a killed process cannot leave half done.
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 #include <cstddef>
@@ -19,6 +20,27 @@ bool writeFileAtomically(const QString &path, const char *data, std::size_t size
 
 // The same for a text, written as UTF-8.
 bool writeTextAtomically(const QString &path, const QString &text);
+
+// One folder receiving many files, each written as writeFileAtomically
+// writes it. The folder is opened once, so that each file costs no lookup of
+// the folder's path; the folder must exist when the object is made. write()
+// may be called from several threads at once.
+class AtomicFolder
+{
+public:
+    explicit AtomicFolder(const QString &folder);
+    ~AtomicFolder();
+    AtomicFolder(const AtomicFolder &) = delete;
+    AtomicFolder &operator=(const AtomicFolder &) = delete;
+
+    bool write(const QString &fileName, const char *data, std::size_t size) const;
+    QString filePath(const QString &fileName) const { return m_folder + QLatin1Char('/') + fileName; }
+
+private:
+    QString m_folder;
+    int m_folderFd = -1;  // the folder, opened for *at() calls
+    int m_processFds = -1; // /proc/self/fd, through which an unnamed file gets its name
+};
 
 // Removes the temporary files a killed writer left in the folder.
 void removePartialFiles(const QString &folder);

@@ -3,6 +3,8 @@
 #include "project/AtomicFile.h"
 #include "project/TableFiles.h"
 
+#include "model/ParallelChunks.h"
+
 #include <QDataStream>
 #include <QDateTime>
 #include <QDebug>
@@ -93,11 +95,6 @@ int newestSolutionIteration(const QDir &folder)
             newest = std::max(newest, match.captured(1).toInt());
     }
     return newest;
-}
-
-void writeRow(const QString &path, const QVector<double> &row)
-{
-    writeDoubleMatrix(path, {row});
 }
 
 // The first row of a single-row file; empty for a missing file.
@@ -331,10 +328,38 @@ void writeComputationLog(const QString &projectFolder, const QStringList &log)
         qDebug() << "Error, unable to save";
 }
 
+namespace {
+
+// The ODE_sol files of iteration k, shared out between this thread and idle
+// threads of the global pool: a pool busy evaluating the next iteration
+// leaves them all to this thread.
+void writeSolutionFiles(const AtomicFolder &folder, int k, const compResult &result, const compResult *written)
+{
+    const bool sameIteration = written && written->iterationCount() == result.iterationCount();
+    QVector<int> pending;
+    for (int i = 0; k >= 0 && i < result.solutions.size(); ++i) {
+        const DoubleMatrix &solution = result.solutions[i];
+        const bool onDisk = sameIteration && i < written->solutions.size() &&
+                            written->solutions[i].constData() == solution.constData();
+        if (!solution.isEmpty() && !onDisk)
+            pending << i;
+    }
+    runInChunks(std::size_t(pending.size()), defaultThreadCount(), [&] {
+        return [&](std::size_t begin, std::size_t end) {
+            for (std::size_t p = begin; p < end; ++p) {
+                const int i = pending[int(p)];
+                writeDoubleMatrix(folder, solutionFileName(k, i), result.solutions[i]);
+            }
+        };
+    });
+}
+
+} // namespace
+
 void writeIterationFiles(const QString &projectFolder, const compResult &result, const compResult *written)
 {
     QDir().mkpath(resultFolderPath(projectFolder));
-    auto path = [&projectFolder](const QString &name) { return resultFilePath(projectFolder, name); };
+    const AtomicFolder folder(resultFolderPath(projectFolder));
     // The newest entry of a history is on disk when the written record has
     // the same iteration with the same shared data (which cannot change
     // while that record holds it).
@@ -348,36 +373,26 @@ void writeIterationFiles(const QString &projectFolder, const compResult &result,
     const auto writeNewest = [&](IterationFile file, const QVector<DoubleMatrix> &history,
                                  QVector<DoubleMatrix> compResult::*member) {
         if (!history.isEmpty() && !onDisk(history, member))
-            writeDoubleMatrix(path(iterationFileName(file, history.size() - 1)), history.last());
+            writeDoubleMatrix(folder, iterationFileName(file, history.size() - 1), history.last());
     };
     const auto writeNewestRow = [&](IterationFile file, const QVector<QVector<double>> &history,
                                     QVector<QVector<double>> compResult::*member) {
         if (!history.isEmpty() && !onDisk(history, member))
-            writeRow(path(iterationFileName(file, history.size() - 1)), history.last());
+            writeDoubleMatrix(folder, iterationFileName(file, history.size() - 1), {history.last()});
     };
 
     // X_k last: where it exists, every other file of iteration k is complete.
     writeNewest(IterationFile::Y, result.Y, &compResult::Y);
     writeNewest(IterationFile::Parameter, result.Parameter, &compResult::Parameter);
-
     // The kept solutions belong to the record's newest iteration.
-    const int k = result.iterationCount() - 1;
-    const bool sameIteration = written && written->iterationCount() == result.iterationCount();
-    for (int i = 0; k >= 0 && i < result.solutions.size(); ++i) {
-        const DoubleMatrix &solution = result.solutions[i];
-        const bool solutionOnDisk = sameIteration && i < written->solutions.size() &&
-                                    written->solutions[i].constData() == solution.constData();
-        if (!solution.isEmpty() && !solutionOnDisk)
-            writeDoubleMatrix(path(solutionFileName(k, i)), solution);
-    }
-
+    writeSolutionFiles(folder, result.iterationCount() - 1, result, written);
     writeNewestRow(IterationFile::SSR, result.SSR, &compResult::SSR);
     writeNewestRow(IterationFile::Lambda, result.lambda, &compResult::lambda);
     if (!result.solutionTimes.isEmpty())
-        writeRow(path(QStringLiteral("ode_time.csv")), result.solutionTimes);
+        writeDoubleMatrix(folder, QStringLiteral("ode_time.csv"), {result.solutionTimes});
     writeComputationLog(projectFolder, result.log);
     if (!result.sortIndex.isEmpty())
-        writeIntMatrix(path(QStringLiteral("sortIndex.csv")), {result.sortIndex});
+        writeIntMatrix(folder, QStringLiteral("sortIndex.csv"), {result.sortIndex});
     writeNewest(IterationFile::X, result.X, &compResult::X);
 }
 

@@ -20,6 +20,15 @@ void writeMatrix(const QString &path, const Matrix &matrix)
         qDebug() << "Error, unable to save";
 }
 
+template<typename Matrix>
+void writeMatrix(const AtomicFolder &folder, const QString &fileName, const Matrix &matrix)
+{
+    std::string text;
+    appendMatrixText(text, matrix);
+    if (!folder.write(fileName, text.data(), text.size()))
+        qDebug() << "Error, unable to save";
+}
+
 // Lines of a text file, or false when it is missing or cannot be opened.
 bool readLines(const QString &path, QStringList &lines)
 {
@@ -101,6 +110,14 @@ void writeDoubleMatrix(const QString &path, const DoubleMatrix &matrix)
 void writeIntMatrix(const QString &path, const IntMatrix &matrix)
 {
     writeMatrix(path, matrix);
+}
+void writeDoubleMatrix(const AtomicFolder &folder, const QString &fileName, const DoubleMatrix &matrix)
+{
+    writeMatrix(folder, fileName, matrix);
+}
+void writeIntMatrix(const AtomicFolder &folder, const QString &fileName, const IntMatrix &matrix)
+{
+    writeMatrix(folder, fileName, matrix);
 }
 
 DoubleMatrix readDoubleMatrix(const QString &path)

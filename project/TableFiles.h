@@ -2,6 +2,8 @@
 
 #include "project/TableCells.h"
 
+class AtomicFolder;
+
 // Comma-separated table files. Cells are separated by "," and rows by "\n";
 // there is no quoting, so a cell text holding a comma reads back as two cells.
 // The writers never report failure to the caller: a file that cannot be opened
@@ -20,6 +22,9 @@ DoubleMatrix textToDoubleMatrix(const QString &text);
 // Debug line on failure: "Error, unable to save".
 void writeDoubleMatrix(const QString &path, const DoubleMatrix &matrix);
 void writeIntMatrix(const QString &path, const IntMatrix &matrix);
+// The same for a file of a folder that receives many (see AtomicFile.h).
+void writeDoubleMatrix(const AtomicFolder &folder, const QString &fileName, const DoubleMatrix &matrix);
+void writeIntMatrix(const AtomicFolder &folder, const QString &fileName, const IntMatrix &matrix);
 
 // Lines split on "," keeping empty parts, every field read with
 // lenientCellNumber (so an empty field is 0). Empty for a missing file.
