@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
-#include <cstring>
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
 
 // A broken calling contract (wrong array size) is a programming error, not
 // an input problem: it stops the program in every build type.

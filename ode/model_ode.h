@@ -37,7 +37,7 @@ public:
 
     // The schedule: the sorted, distinct time grid and what happens on it.
     QVector<double> timePoints;
-    QVector<int> observationTimeIndex;          // per observation record, -1 off the grid
+    QVector<int> observationTimeIndex; // per observation record, -1 off the grid
     // The records on grid point i: gridRecords[gridRecordStart[i] .. gridRecordStart[i + 1]).
     QVector<int> gridRecords;
     QVector<int> gridRecordStart;

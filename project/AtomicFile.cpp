@@ -164,14 +164,27 @@ bool AtomicFolder::write(const QString &fileName, const char *data, std::size_t 
 #ifdef __linux__
     if (m_folderFd >= 0 && m_processFds >= 0) {
         const UnnamedFileSite site{m_folderFd, ".", m_processFds};
-        const Outcome outcome = writeUnnamed(site, QFile::encodeName(fileName).constData(),
-                                             QFile::encodeName(partialName(fileName)).constData(), data, size);
+        const Outcome outcome =
+                writeUnnamed(site, QFile::encodeName(fileName).constData(),
+                             QFile::encodeName(partialName(fileName)).constData(), data, size);
         if (outcome != Outcome::Unsupported)
             return outcome == Outcome::Written;
     }
 #endif
     const QString path = filePath(fileName);
     return writeThroughRename(QFile::encodeName(path), QFile::encodeName(partialPath(path)), data, size);
+}
+
+bool AtomicFolder::addName(const QString &existing, const QString &fileName) const
+{
+#ifdef __linux__
+    return m_folderFd >= 0 && ::linkat(m_folderFd, QFile::encodeName(existing).constData(), m_folderFd,
+                                       QFile::encodeName(fileName).constData(), 0) == 0;
+#else
+    Q_UNUSED(existing)
+    Q_UNUSED(fileName)
+    return false;
+#endif
 }
 
 void removePartialFiles(const QString &folder)

@@ -25,8 +25,7 @@ bool writeTextAtomically(const QString &path, const QString &text);
 // writes it. The folder is opened once, so that each file costs no lookup of
 // the folder's path; the folder must exist when the object is made. write()
 // may be called from several threads at once.
-class AtomicFolder
-{
+class AtomicFolder {
 public:
     explicit AtomicFolder(const QString &folder);
     ~AtomicFolder();
@@ -34,11 +33,15 @@ public:
     AtomicFolder &operator=(const AtomicFolder &) = delete;
 
     bool write(const QString &fileName, const char *data, std::size_t size) const;
+    // Gives the file `existing` a second name (a hard link: one system call,
+    // no new data), where the file system allows it. False when it does not,
+    // or when either name is taken or missing.
+    bool addName(const QString &existing, const QString &fileName) const;
     QString filePath(const QString &fileName) const { return m_folder + QLatin1Char('/') + fileName; }
 
 private:
     QString m_folder;
-    int m_folderFd = -1;  // the folder, opened for *at() calls
+    int m_folderFd = -1;   // the folder, opened for *at() calls
     int m_processFds = -1; // /proc/self/fd, through which an unnamed file gets its name
 };
 

@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <optional>
 
 namespace {
@@ -330,12 +331,31 @@ void writeComputationLog(const QString &projectFolder, const QStringList &log)
 
 namespace {
 
+// Same values bit for bit (NaN payloads and signed zeros included).
+bool sameBits(const DoubleMatrix &a, const DoubleMatrix &b)
+{
+    if (a.constData() == b.constData())
+        return true;
+    if (a.size() != b.size())
+        return false;
+    for (int r = 0; r < a.size(); ++r)
+        if (a[r].size() != b[r].size() ||
+            std::memcmp(a[r].constData(), b[r].constData(), sizeof(double) * std::size_t(a[r].size())) != 0)
+            return false;
+    return true;
+}
+
 // The ODE_sol files of iteration k, shared out between this thread and idle
 // threads of the global pool: a pool busy evaluating the next iteration
-// leaves them all to this thread.
-void writeSolutionFiles(const AtomicFolder &folder, int k, const compResult &result, const compResult *written)
+// leaves them all to this thread. A solution the written record of
+// iteration k - 1 holds with the same values (a frozen point, or one whose
+// step was refused and which was solved at the same place again) is on disk
+// already: its file gets a second name instead of being formatted again.
+void writeSolutionFiles(const AtomicFolder &folder, int k, const compResult &result,
+                        const compResult *written)
 {
-    const bool sameIteration = written && written->iterationCount() == result.iterationCount();
+    const bool sameIteration = written && written->iterationCount() == k + 1;
+    const bool previousIteration = written && written->iterationCount() == k;
     QVector<int> pending;
     for (int i = 0; k >= 0 && i < result.solutions.size(); ++i) {
         const DoubleMatrix &solution = result.solutions[i];
@@ -344,10 +364,16 @@ void writeSolutionFiles(const AtomicFolder &folder, int k, const compResult &res
         if (!solution.isEmpty() && !onDisk)
             pending << i;
     }
+    const auto unchanged = [&](int i) {
+        return previousIteration && i < written->solutions.size() &&
+               sameBits(written->solutions[i], result.solutions[i]);
+    };
     runInChunks(std::size_t(pending.size()), defaultThreadCount(), [&] {
         return [&](std::size_t begin, std::size_t end) {
             for (std::size_t p = begin; p < end; ++p) {
                 const int i = pending[int(p)];
+                if (unchanged(i) && folder.addName(solutionFileName(k - 1, i), solutionFileName(k, i)))
+                    continue;
                 writeDoubleMatrix(folder, solutionFileName(k, i), result.solutions[i]);
             }
         };

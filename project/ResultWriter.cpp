@@ -60,7 +60,8 @@ void ResultWriter::run()
                 removePartialFiles(resultFilePath(job.projectFolder, QString()));
                 m_cleanedFolder = job.projectFolder;
             }
-            writeIterationFiles(job.projectFolder, job.record);
+            const bool sameFolder = job.projectFolder == m_writtenFolder;
+            writeIterationFiles(job.projectFolder, job.record, sameFolder ? &m_written : nullptr);
             m_written = job.record;
             m_writtenFolder = job.projectFolder;
         } catch (const std::exception &error) {
