@@ -35,21 +35,24 @@ AMBREL_KERNEL_INLINE void storeLanes(double *to, Lanes value)
 }
 
 // One register block of the product: Rows x (4 Groups) sums kept in
-// registers over the whole tile.
+// registers over the whole tile. The right-hand factor is formed on the fly:
+// the used neighbour's [X | Y] row minus the point's own.
 template<std::size_t Rows, std::size_t Groups>
-AMBREL_KERNEL_INLINE void productBlock(const double *left, std::size_t leftStride, const double *right,
-                                       std::size_t tile, std::size_t columns, double *product)
+AMBREL_KERNEL_INLINE void differenceBlock(const NeighbourTile &tile, std::size_t j, double *product)
 {
-    Lanes sum[Rows][Groups];
+    Lanes sum[Rows][Groups], own[Groups];
+    for (std::size_t g = 0; g < Groups; ++g)
+        own[g] = loadLanes(tile.own + j + 4 * g);
     for (std::size_t a = 0; a < Rows; ++a)
         for (std::size_t g = 0; g < Groups; ++g)
-            sum[a][g] = loadLanes(product + a * columns + 4 * g);
-    for (std::size_t t = 0; t < tile; ++t) {
+            sum[a][g] = loadLanes(product + a * tile.columns + 4 * g);
+    for (std::size_t u = 0; u < tile.used; ++u) {
+        const double *neighbour = tile.joined + tile.index[u] * tile.columns + j;
         Lanes r[Groups];
         for (std::size_t g = 0; g < Groups; ++g)
-            r[g] = loadLanes(right + t * columns + 4 * g);
+            r[g] = loadLanes(neighbour + 4 * g) - own[g];
         for (std::size_t a = 0; a < Rows; ++a) {
-            const double x = left[a * leftStride + t];
+            const double x = tile.left[a * tile.leftStride + u];
             const Lanes xs = {x, x, x, x};
             for (std::size_t g = 0; g < Groups; ++g)
                 sum[a][g] += xs * r[g];
@@ -57,51 +60,53 @@ AMBREL_KERNEL_INLINE void productBlock(const double *left, std::size_t leftStrid
     }
     for (std::size_t a = 0; a < Rows; ++a)
         for (std::size_t g = 0; g < Groups; ++g)
-            storeLanes(product + a * columns + 4 * g, sum[a][g]);
+            storeLanes(product + a * tile.columns + 4 * g, sum[a][g]);
 }
 
 // The last columns (fewer than four) of a block of rows, one by one.
 template<std::size_t Rows>
-AMBREL_KERNEL_INLINE void productColumn(const double *left, std::size_t leftStride, const double *right,
-                                        std::size_t tile, std::size_t columns, double *product)
+AMBREL_KERNEL_INLINE void differenceColumn(const NeighbourTile &tile, std::size_t j, double *product)
 {
     double sum[Rows];
     for (std::size_t a = 0; a < Rows; ++a)
-        sum[a] = product[a * columns];
-    for (std::size_t t = 0; t < tile; ++t)
+        sum[a] = product[a * tile.columns];
+    for (std::size_t u = 0; u < tile.used; ++u) {
+        const double r = tile.joined[tile.index[u] * tile.columns + j] - tile.own[j];
         for (std::size_t a = 0; a < Rows; ++a)
-            sum[a] += left[a * leftStride + t] * right[t * columns];
+            sum[a] += tile.left[a * tile.leftStride + u] * r;
+    }
     for (std::size_t a = 0; a < Rows; ++a)
-        product[a * columns] = sum[a];
+        product[a * tile.columns] = sum[a];
 }
 
-// The blocks of Rows rows of the product, across all columns.
+// The blocks of Rows rows of the product (rows first .. first + Rows - 1 of
+// left), across all columns.
 template<std::size_t Rows>
-AMBREL_KERNEL_INLINE void productRows(const double *left, std::size_t leftStride, const double *right,
-                                      std::size_t tile, std::size_t columns, double *product)
+AMBREL_KERNEL_INLINE void differenceRows(NeighbourTile tile, std::size_t first, double *product)
 {
+    tile.left += first * tile.leftStride;
+    product += first * tile.columns;
     std::size_t j = 0;
-    for (; j + 8 <= columns; j += 8)
-        productBlock<Rows, 2>(left, leftStride, right + j, tile, columns, product + j);
-    for (; j + 4 <= columns; j += 4)
-        productBlock<Rows, 1>(left, leftStride, right + j, tile, columns, product + j);
-    for (; j < columns; ++j)
-        productColumn<Rows>(left, leftStride, right + j, tile, columns, product + j);
+    for (; j + 8 <= tile.columns; j += 8)
+        differenceBlock<Rows, 2>(tile, j, product + j);
+    for (; j + 4 <= tile.columns; j += 4)
+        differenceBlock<Rows, 1>(tile, j, product + j);
+    for (; j < tile.columns; ++j)
+        differenceColumn<Rows>(tile, j, product + j);
 }
 
 } // namespace
 
 AMBREL_VECTOR_CLONES
-void accumulateProduct(const double *left, std::size_t leftStride, const double *right, std::size_t rows,
-                       std::size_t tile, std::size_t columns, double *product)
+void accumulateDifferenceProduct(const NeighbourTile &tile, std::size_t rows, double *product)
 {
     std::size_t q = 0;
     for (; q + 4 <= rows; q += 4)
-        productRows<4>(left + q * leftStride, leftStride, right, tile, columns, product + q * columns);
+        differenceRows<4>(tile, q, product);
     for (; q + 2 <= rows; q += 2)
-        productRows<2>(left + q * leftStride, leftStride, right, tile, columns, product + q * columns);
+        differenceRows<2>(tile, q, product);
     for (; q < rows; ++q)
-        productRows<1>(left + q * leftStride, leftStride, right, tile, columns, product + q * columns);
+        differenceRows<1>(tile, q, product);
 }
 
 // The weights of neighbours start .. start + count - 1 of valid point i, as
@@ -134,11 +139,10 @@ void neighbourWeights(const LocalFitInputs &in, std::size_t i, std::size_t start
         weights[i - start] = 0.0;
 }
 
-AMBREL_VECTOR_CLONES
-std::size_t gatherNeighbours(const double *__restrict joined, const double *__restrict own,
-                             const double *__restrict weights, std::size_t count, std::size_t columns,
-                             std::size_t p, double *__restrict right, double *__restrict left,
-                             std::size_t leftStride)
+std::size_t compactNeighbours(const double *__restrict joined, const double *__restrict own,
+                              const double *__restrict weights, std::size_t count, std::size_t columns,
+                              std::size_t p, std::size_t *__restrict index, double *__restrict left,
+                              std::size_t leftStride)
 {
     std::size_t used = 0;
     for (std::size_t t = 0; t < count; ++t) {
@@ -146,12 +150,9 @@ std::size_t gatherNeighbours(const double *__restrict joined, const double *__re
         if (w == 0.0)
             continue;
         const double *neighbour = joined + t * columns;
-        double *row = right + used * columns;
-        for (std::size_t c = 0; c < columns; ++c)
-            row[c] = neighbour[c] - own[c];
         for (std::size_t q = 0; q < p; ++q)
-            left[q * leftStride + used] = w * row[q];
-        ++used;
+            left[q * leftStride + used] = w * (neighbour[q] - own[q]);
+        index[used++] = t;
     }
     return used;
 }
@@ -176,7 +177,7 @@ LocalFitWorkspace::LocalFitWorkspace(const LocalFitInputs &in)
     : m_columns(in.p + in.m)
     , m_weights(kTile)
     , m_left(in.p * kTile)
-    , m_right(kTile * m_columns)
+    , m_index(kTile)
     , m_sums(kBlock * in.p * m_columns)
     , m_normal(in.p * in.p)
     , m_cross(in.p * in.m)
@@ -189,10 +190,16 @@ void LocalFitWorkspace::addTile(const LocalFitInputs &in, std::size_t i, std::si
                                 double *sums)
 {
     neighbourWeights(in, i, start, count, m_weights.data());
-    const std::size_t used =
-            gatherNeighbours(&in.joined[start * m_columns], &in.joined[i * m_columns], m_weights.data(),
-                             count, m_columns, in.p, m_right.data(), m_left.data(), kTile);
-    accumulateProduct(m_left.data(), kTile, m_right.data(), in.p, used, m_columns, sums);
+    NeighbourTile tile;
+    tile.joined = &in.joined[start * m_columns];
+    tile.own = &in.joined[i * m_columns];
+    tile.columns = m_columns;
+    tile.index = m_index.data();
+    tile.left = m_left.data();
+    tile.leftStride = kTile;
+    tile.used = compactNeighbours(tile.joined, tile.own, m_weights.data(), count, m_columns, in.p,
+                                  m_index.data(), m_left.data(), kTile);
+    accumulateDifferenceProduct(tile, in.p, sums);
 }
 
 void LocalFitWorkspace::solve(const LocalFitInputs &in, const double *sums, double *jacobian)

@@ -31,14 +31,24 @@ double neighbourWeight(const LocalFitInputs &in, std::size_t i, std::size_t k);
 void neighbourWeights(const LocalFitInputs &in, std::size_t i, std::size_t start, std::size_t count,
                       double *weights);
 
-// The differences of the neighbours of a tile with nonzero weight from the
-// point (own), compacted: joined and own hold [X | Y] rows of `columns`
-// entries; each used neighbour adds a row own-subtracted to right and its
-// weighted parameter differences w (X_k - X_i) to the p rows of left (which
-// lie leftStride apart). Returns the number of rows used.
-std::size_t gatherNeighbours(const double *joined, const double *own, const double *weights,
-                             std::size_t count, std::size_t columns, std::size_t p, double *right,
-                             double *left, std::size_t leftStride);
+// The neighbours of a tile with nonzero weight, compacted: joined and own
+// hold [X | Y] rows of `columns` entries; each used neighbour t adds its
+// offset to index and its weighted parameter differences w (X_t - X_i) to
+// the p rows of left (which lie leftStride apart). Returns the number used.
+std::size_t compactNeighbours(const double *joined, const double *own, const double *weights,
+                              std::size_t count, std::size_t columns, std::size_t p, std::size_t *index,
+                              double *left, std::size_t leftStride);
+
+// The used neighbours of one tile, as compactNeighbours leaves them.
+struct NeighbourTile {
+    const double *joined = nullptr; // the tile's first [X | Y] row
+    const double *own = nullptr;    // the point's [X | Y] row
+    std::size_t columns = 0;        // p + m
+    const std::size_t *index = nullptr;
+    std::size_t used = 0;
+    const double *left = nullptr; // w (X_k - X_i), by parameter
+    std::size_t leftStride = 0;
+};
 
 // Scratch storage of the local fits of one thread, sized once.
 class LocalFitWorkspace {
@@ -67,21 +77,22 @@ private:
     // The Jacobian from the sums of a point.
     void solve(const LocalFitInputs &in, const double *sums, double *jacobian);
 
-    std::size_t m_columns;         // p + m: [dX | dY] side by side
-    std::vector<double> m_weights; // kTile: W(i, k) of the neighbours of a tile
-    std::vector<double> m_left;    // p x kTile: w_k (X_k - X_i), by parameter
-    std::vector<double> m_right;   // kTile x (p + m): X_k - X_i and Y_k - Y_i
-    std::vector<double> m_sums;    // kBlock x p x (p + m): [dX^T W dX | dX^T W dY]
-    std::vector<double> m_normal;  // p x p
-    std::vector<double> m_cross;   // p x m
+    std::size_t m_columns;            // p + m: [dX | dY] side by side
+    std::vector<double> m_weights;    // kTile: W(i, k) of the neighbours of a tile
+    std::vector<double> m_left;       // p x kTile: w_k (X_k - X_i), by parameter
+    std::vector<std::size_t> m_index; // kTile: the used neighbours' offsets in the tile
+    std::vector<double> m_sums;       // kBlock x p x (p + m): [dX^T W dX | dX^T W dY]
+    std::vector<double> m_normal;     // p x p
+    std::vector<double> m_cross;      // p x m
     std::vector<double> m_solution;
     ConjugateGradientColumnsWorkspace m_cg;
 };
 
-// product (rows x columns) += left (rows x tile) * right (tile x columns), all
-// row-major; the rows of left lie leftStride apart, the others are contiguous.
-// Each entry adds its terms one by one in ascending
-// order of the tile index onto its current value, so that a sum split into
-// consecutive tiles is bit-identical to one plain loop over all terms.
-void accumulateProduct(const double *left, std::size_t leftStride, const double *right, std::size_t rows,
-                       std::size_t tile, std::size_t columns, double *product);
+// product (rows x columns) += left (rows x used) * right (used x columns),
+// where right's row u is the used neighbour's [X | Y] row minus the point's
+// own, formed as it is read (no tile of differences is stored); product is
+// row-major, the rows of left lie leftStride apart. Each entry adds its terms
+// one by one in ascending order of u onto its current value, so that a sum
+// split into consecutive tiles is bit-identical to one plain loop over all
+// terms.
+void accumulateDifferenceProduct(const NeighbourTile &tile, std::size_t rows, double *product);

@@ -1,5 +1,6 @@
 #include "model/EventTables.h"
 #include "model/OdeSystemText.h"
+#include "ode/EvaluationStopwatch.h"
 #include "ode/model_ode.h"
 
 #include <QtTest>
@@ -73,6 +74,7 @@ private slots:
     void observationsAtDoseTimesSeeStateBeforeDose();
     void nanParametersCostNoIntegration();
     void timeLimitGivesNanThenRecovers();
+    void stopwatchComparesTheLimitExactly();
     void runawaySolutionsFailAtOnce();
 };
 
@@ -215,6 +217,26 @@ void TestModelOde::timeLimitGivesNanThenRecovers()
         const auto rows = model.evaluate({1.0}); // X = cos(t)
         QVERIFY(std::abs(rows[0][0] - std::cos(1.0)) < 1e-2);
     }
+}
+
+// The stopwatch reads a coarse clock far from the limit and the precise one
+// near it: a limit of 0 ms fails at the first reading, one of a few ms once
+// it has passed, and a long one never in a burst of readings.
+void TestModelOde::stopwatchComparesTheLimitExactly()
+{
+    EvaluationStopwatch none(0);
+    QVERIFY(none.limitExceeded());
+
+    EvaluationStopwatch shortLimit(30);
+    QVERIFY(!shortLimit.limitExceeded());
+    QThread::msleep(40);
+    QVERIFY(shortLimit.limitExceeded());
+
+    EvaluationStopwatch longLimit(60000);
+    bool exceeded = false;
+    for (int reading = 0; reading < 100000; ++reading)
+        exceeded = exceeded || longLimit.limitExceeded();
+    QVERIFY(!exceeded);
 }
 
 // A dose at the edge of the double range and a solution that blows up

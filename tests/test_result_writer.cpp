@@ -9,6 +9,7 @@
 
 #include <QTextStream>
 #include <QtTest>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <cstring>
@@ -74,7 +75,9 @@ std::vector<double> assortedDoubles(std::size_t count)
 }
 
 // A record of n points with two parameters, three outputs and solutions of
-// four rows, iteration k; values of every kind.
+// four rows, iteration k; values of every kind. From iteration 1 on, every
+// fifth point keeps its solution (a frozen point) and the next one is solved
+// again to the same values (a refused step).
 void appendIteration(compResult &record, int k, int n)
 {
     std::mt19937_64 generator(std::uint64_t(k) + 1);
@@ -89,7 +92,11 @@ void appendIteration(compResult &record, int k, int n)
                          : QVector<double>{1e20 * unit(generator), unit(generator), double(k)});
         ssr << (i % 7 == 3 ? kNaN : std::fabs(unit(generator)));
         lambda << std::pow(10.0, k - i % 5);
-        record.solutions[i] = DoubleMatrix(4, QVector<double>{unit(generator), double(i), 1e-7 * k});
+        const DoubleMatrix solution(4, QVector<double>{unit(generator), double(i), 1e-7 * k});
+        if (k == 0 || i % 5 > 1)
+            record.solutions[i] = solution;
+        else if (i % 5 == 1)
+            record.solutions[i] = DoubleMatrix(record.solutions[i].begin(), record.solutions[i].end());
     }
     record.X << x;
     record.Y << y;
@@ -199,6 +206,19 @@ void TestResultWriter::backgroundWriterWritesWhatDirectWritesWrite()
     writeEndOfRunFiles(direct.path(), record);
     writer.writeEndOfRun(background.path(), record);
     QCOMPARE(folderContent(background.path() + "/compResult"), folderContent(direct.path() + "/compResult"));
+#ifdef __linux__
+    // Unchanged solutions were not written again: their files share the data.
+    const auto inode = [&](const char *name) {
+        struct stat status;
+        return stat(QFile::encodeName(background.path() + "/compResult/" + name).constData(), &status) == 0
+                       ? status.st_ino
+                       : 0;
+    };
+    QVERIFY(inode("ODE_sol_3_5.csv") != 0);
+    QCOMPARE(inode("ODE_sol_3_5.csv"), inode("ODE_sol_0_5.csv"));
+    QCOMPARE(inode("ODE_sol_3_6.csv"), inode("ODE_sol_2_6.csv"));
+    QVERIFY(inode("ODE_sol_3_7.csv") != inode("ODE_sol_2_7.csv"));
+#endif
 
     // An abort drops the iteration in progress; the files stay the same too.
     appendIteration(record, 4, 100);
