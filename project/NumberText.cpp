@@ -16,16 +16,17 @@ namespace {
 // (odd, so it ends in 5). Returns that digit string as an integer, or 0.
 std::uint64_t halfWayDigits(double magnitude, int &exponent10)
 {
-    int binaryExponent = 0;
-    const double fraction = std::frexp(magnitude, &binaryExponent); // in [0.5, 1)
-    std::uint64_t mantissa = std::uint64_t(std::ldexp(fraction, 53));
-    if (mantissa == 0)
+    // magnitude = mantissa 2^-j, read from the bits (a subnormal or zero has
+    // j > 27 and is never half-way).
+    std::uint64_t bits;
+    std::memcpy(&bits, &magnitude, sizeof bits);
+    const int biasedExponent = int(bits >> 52) & 0x7ff;
+    if (biasedExponent == 0)
         return 0;
-    int j = 53 - binaryExponent;
-    while ((mantissa & 1u) == 0) {
-        mantissa >>= 1;
-        --j;
-    }
+    std::uint64_t mantissa = (bits & ((1ull << 52) - 1)) | (1ull << 52);
+    const int trailingZeros = __builtin_ctzll(mantissa);
+    mantissa >>= trailingZeros;
+    const int j = 1075 - biasedExponent - trailingZeros;
     // 5^28 alone has 20 digits, so only j up to 27 can give 17 digits.
     if (j < 1 || j > 27)
         return 0;
