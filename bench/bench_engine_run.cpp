@@ -15,8 +15,13 @@
 //                    (rows with more threads only, after the one-thread row)
 //
 // The _Small rows (100 points, 20 + 5 iterations) are a quicker check of the
-// same figures; the _NoFiles rows run without a project folder, so that the
-// cost of the result files can be told from the engine's own.
+// same figures; the _NoFiles rows (PBPK and oral) run without a project
+// folder, so that the cost of the result files can be told from the
+// engine's own. Every row starts from the same cluster with the same seed.
+//
+// The rows with files depend on the file system: on ext4 without a journal,
+// file creation slows down for minutes after many deletions. Run them well
+// after removing large folders, or with TMPDIR=/dev/shm.
 #include "engine/EngineSetup.h"
 
 #include "bench_support.h"
