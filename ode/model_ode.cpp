@@ -2,6 +2,7 @@
 
 #include "LSODA.h"
 #include "ModelRhs.h"
+#include "RosenbrockSubstitution.h"
 
 #include <boost/numeric/odeint/integrate/integrate_adaptive.hpp>
 #include <boost/numeric/odeint/stepper/rosenbrock4.hpp>
