@@ -20,7 +20,8 @@ inline int defaultThreadCount()
 }
 
 // Calls work(begin, end) for chunks covering [0, count), on up to `threads`
-// workers: the calling thread and threads - 1 tasks of the global pool.
+// workers: the calling thread and threads - 1 tasks of the pool (the global
+// one unless another is given).
 // makeWorker() is called once per worker and returns its work callable
 // (which owns its scratch storage). Returns when every chunk is done, without
 // waiting for a pool task that had not begun by then (it finds the work
@@ -28,7 +29,8 @@ inline int defaultThreadCount()
 // order in which chunks run is not fixed, so the items must not depend on
 // each other.
 template<typename MakeWorker>
-void runInChunks(std::size_t count, int threads, MakeWorker makeWorker)
+void runInChunks(std::size_t count, int threads, MakeWorker makeWorker,
+                 QThreadPool *pool = QThreadPool::globalInstance())
 {
     if (count == 0)
         return;
@@ -59,7 +61,7 @@ void runInChunks(std::size_t count, int threads, MakeWorker makeWorker)
     };
 
     for (int t = 1; t < threads; ++t)
-        QThreadPool::globalInstance()->start(QRunnable::create([state, &drain] {
+        pool->start(QRunnable::create([state, &drain] {
             {
                 const std::lock_guard<std::mutex> lock(state->mutex);
                 if (state->closed)

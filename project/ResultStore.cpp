@@ -15,6 +15,7 @@
 #include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTextStream>
+#include <QThreadPool>
 
 #include <algorithm>
 #include <cmath>
@@ -345,9 +346,22 @@ bool sameBits(const DoubleMatrix &a, const DoubleMatrix &b)
     return true;
 }
 
-// The ODE_sol files of iteration k, shared out between this thread and idle
-// threads of the global pool: a pool busy evaluating the next iteration
-// leaves them all to this thread. A solution the written record of
+// One thread beside the writer's for the ODE_sol files. Writing them is
+// mostly the kernel creating files, which two threads do in two thirds of
+// the time or less, and the next iteration may wait for the files. Never
+// destroyed: a writer may still use it while the program ends.
+QThreadPool &solutionWritingPool()
+{
+    static QThreadPool *pool = [] {
+        auto *created = new QThreadPool;
+        created->setMaxThreadCount(1);
+        return created;
+    }();
+    return *pool;
+}
+
+// The ODE_sol files of iteration k, shared out between this thread and the
+// solution-writing thread when the run may use two threads. A solution the written record of
 // iteration k - 1 holds with the same values (a frozen point, or one whose
 // step was refused and which was solved at the same place again) is on disk
 // already: its file gets a second name instead of being formatted again.
@@ -368,16 +382,20 @@ void writeSolutionFiles(const AtomicFolder &folder, int k, const compResult &res
         return previousIteration && i < written->solutions.size() &&
                sameBits(written->solutions[i], result.solutions[i]);
     };
-    runInChunks(std::size_t(pending.size()), defaultThreadCount(), [&] {
-        return [&](std::size_t begin, std::size_t end) {
-            for (std::size_t p = begin; p < end; ++p) {
-                const int i = pending[int(p)];
-                if (unchanged(i) && folder.addName(solutionFileName(k - 1, i), solutionFileName(k, i)))
-                    continue;
-                writeDoubleMatrix(folder, solutionFileName(k, i), result.solutions[i]);
-            }
-        };
-    });
+    runInChunks(
+            std::size_t(pending.size()), std::min(2, defaultThreadCount()),
+            [&] {
+                return [&](std::size_t begin, std::size_t end) {
+                    for (std::size_t p = begin; p < end; ++p) {
+                        const int i = pending[int(p)];
+                        if (unchanged(i) &&
+                            folder.addName(solutionFileName(k - 1, i), solutionFileName(k, i)))
+                            continue;
+                        writeDoubleMatrix(folder, solutionFileName(k, i), result.solutions[i]);
+                    }
+                };
+            },
+            &solutionWritingPool());
 }
 
 } // namespace
