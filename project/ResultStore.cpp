@@ -361,10 +361,10 @@ QThreadPool &solutionWritingPool()
 }
 
 // The ODE_sol files of iteration k, shared out between this thread and the
-// solution-writing thread when the run may use two threads. A solution the written record of
-// iteration k - 1 holds with the same values (a frozen point, or one whose
-// step was refused and which was solved at the same place again) is on disk
-// already: its file gets a second name instead of being formatted again.
+// solution-writing thread when the run may use two threads. A solution that
+// the written record of iteration k - 1 holds with the same values (a frozen
+// point, or one solved again at the same place) is on disk already: its file
+// gets a second name instead of being formatted and written again.
 void writeSolutionFiles(const AtomicFolder &folder, int k, const compResult &result,
                         const compResult *written)
 {
