@@ -140,7 +140,12 @@ SlowIterationNotice::SlowIterationNotice(const ClusterEvaluator &evaluator, int 
 
 SlowIterationNotice::~SlowIterationNotice()
 {
-    m_stop = true;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    // Wakes the watcher at once: a run must not end up to a look-out period later.
+    m_stopped.notify_all();
     m_thread.join();
 }
 
@@ -152,8 +157,12 @@ qint64 SlowIterationNotice::now()
 void SlowIterationNotice::watch()
 {
     qint64 reported = m_evaluator.finishedPoints.loadRelaxed();
-    while (!m_stop) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    for (;;) {
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            if (m_stopped.wait_for(lock, std::chrono::milliseconds(200), [this] { return m_stop; }))
+                return;
+        }
         const qint64 quiet = now() - m_lastEvent;
         if (quiet < m_intervalSeconds * 1000LL)
             continue;

@@ -7,6 +7,8 @@
 #include <QString>
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
 class ClusterEvaluator;
@@ -49,6 +51,8 @@ private:
     const bool m_terminal;
     std::atomic<int> m_iteration{0};
     std::atomic<qint64> m_lastEvent;
-    std::atomic<bool> m_stop{false};
+    std::mutex m_mutex;
+    std::condition_variable m_stopped;
+    bool m_stop = false; // under m_mutex
     std::thread m_thread;
 };
