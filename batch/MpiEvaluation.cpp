@@ -43,14 +43,6 @@ Traffic traffic;
 
 // Open MPI, Slurm's PMI and MPICH each leave one of these in the environment
 // of the processes they start.
-bool startedByLauncher()
-{
-    for (const char *name : {"OMPI_COMM_WORLD_SIZE", "PMIX_RANK", "PMI_SIZE"})
-        if (std::getenv(name))
-            return true;
-    return false;
-}
-
 int boundProcessors()
 {
     cpu_set_t set;

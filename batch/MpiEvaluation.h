@@ -3,7 +3,18 @@
 #include <QString>
 #include <QStringList>
 
+#include <cstdlib>
+
 class ambrel_method;
+
+// Whether an MPI launcher started this process (its environment says so).
+inline bool startedByLauncher()
+{
+    for (const char *name : {"OMPI_COMM_WORLD_SIZE", "PMIX_RANK", "PMI_SIZE"})
+        if (std::getenv(name))
+            return true;
+    return false;
+}
 
 // The batch tool under an MPI launcher (mpirun, srun): rank 0 runs the
 // command as a single process does and spreads every model evaluation of a

@@ -16,6 +16,8 @@
 #include <csignal>
 #include <cstdio>
 #include <ctime>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -25,12 +27,52 @@ const int kInterrupted = 130;
 
 std::atomic<ambrel_method *> runningEngine{nullptr};
 
+// Set before the run: the process's terminal, if any, is the launcher's
+// own for this process (mpirun gives each rank one), not one it shares with
+// a shell.
+bool privateTerminal = false;
+
+// Output to a pipe or socket stops blocking: whoever reads it (mpirun
+// after a Ctrl-C, a pager that was quit) may have stopped, and a run blocked
+// in its progress line would never reach its abort check or its summary. A
+// terminal is left as it is unless it is private (its flags are shared with
+// the shell).
+void stopBlockingOnOutput(int descriptor)
+{
+    struct stat status;
+    if (fstat(descriptor, &status) != 0)
+        return;
+    const bool privateFile = S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) ||
+                             (S_ISCHR(status.st_mode) && privateTerminal);
+    if (!privateFile)
+        return;
+    const int flags = fcntl(descriptor, F_GETFL);
+    if (flags != -1)
+        fcntl(descriptor, F_SETFL, flags | O_NONBLOCK);
+}
+
 // Ctrl-C asks the engine to stop: the iteration in progress is dropped, the
-// finished ones stay on disk and the run can be restarted.
+// finished ones stay on disk and the run can be restarted. Only
+// async-signal-safe calls here.
 void requestAbort(int)
 {
     if (ambrel_method *engine = runningEngine.load())
         engine->abortASAP = true;
+    stopBlockingOnOutput(STDOUT_FILENO);
+    stopBlockingOnOutput(STDERR_FILENO);
+}
+
+// Without SA_RESTART: an output write the signal interrupts returns instead
+// of waiting on (the kernel gives a process's signal to its main thread, the
+// one that prints the progress, when that thread accepts it).
+void onStopSignals(void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = 0;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
 }
 
 void saveInitialCluster(const QString &folder, const DoubleMatrix &cluster)
@@ -241,11 +283,10 @@ int runCommand(const QString &folder, const QStringList &arguments)
                      [&notice](const compResult &result) { notice.iterationFinished(result.X.size() - 1); });
     runningEngine = &engine;
     // Ctrl-C, and the termination a scheduler or MPI launcher sends.
-    std::signal(SIGINT, requestAbort);
-    std::signal(SIGTERM, requestAbort);
+    privateTerminal = startedByLauncher();
+    onStopSignals(requestAbort);
     const RunOutcome outcome = restart ? engine.rerun() : engine.run();
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
+    onStopSignals(SIG_DFL);
     runningEngine = nullptr;
     if (terminal)
         std::fprintf(stderr, "\n");
