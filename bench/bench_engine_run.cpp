@@ -25,11 +25,11 @@
 #include "engine/EngineSetup.h"
 
 #include "bench_support.h"
+#include "engine_run_support.h"
 
 #include <benchmark/benchmark.h>
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QTemporaryDir>
 #include <QThreadPool>
 
@@ -99,14 +99,10 @@ void pbpkRun(benchmark::State &state, int threads, const RunConfiguration &confi
             engine.projectFolder = folder;
         engine.result.X = {cluster};
 
-        QElapsedTimer timer;
-        timer.start();
-        engine.run();
-        const double elapsed = double(timer.nsecsElapsed()) * 1e-9;
-        state.SetIterationTime(elapsed);
-        seconds += elapsed;
-        evaluationSeconds += double(engine.evaluator.evaluationNanoseconds) * 1e-9;
-        evaluations += engine.evaluator.evaluatedRows;
+        const TimedRun run = timedRun(engine, state);
+        seconds += run.seconds;
+        evaluationSeconds += run.evaluationSeconds;
+        evaluations += run.evaluatedRows;
         const compResult &r = engine.result;
         bestSsr = r.SSR.isEmpty() || r.sortIndex.isEmpty() ? -1 : r.SSR.last()[r.sortIndex.first()];
     }

@@ -27,6 +27,7 @@
 #include "engine/EngineSetup.h"
 
 #include "bench_support.h"
+#include "engine_run_support.h"
 
 #include <benchmark/benchmark.h>
 
@@ -188,14 +189,10 @@ static void serialPart(benchmark::State &state, int points, bool files)
         configureEngine(engine, project, settings);
         engine.projectFolder = files ? pbpkCopy(root) : QString();
         engine.result.X = {cluster};
-        QElapsedTimer timer;
-        timer.start();
-        engine.run();
-        const double seconds = double(timer.nsecsElapsed()) * 1e-9;
-        state.SetIterationTime(seconds);
-        evaluation += double(engine.evaluator.evaluationNanoseconds) * 1e-9;
-        serial += seconds - double(engine.evaluator.evaluationNanoseconds) * 1e-9;
-        rows += engine.evaluator.evaluatedRows;
+        const TimedRun run = timedRun(engine, state);
+        evaluation += run.evaluationSeconds;
+        serial += run.seconds - run.evaluationSeconds;
+        rows += run.evaluatedRows;
     }
     const double runs = double(state.iterations());
     state.counters["serial_s_per_iter"] = serial / runs / settings.stage1Iterations;

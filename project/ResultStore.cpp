@@ -57,20 +57,6 @@ QString solutionFileName(int k, int point)
     return QStringLiteral("ODE_sol_%1_%2.csv").arg(k).arg(point);
 }
 
-// The point indices of the stored ODE_sol files of iteration k.
-QVector<int> storedSolutionPoints(const QDir &folder, int k)
-{
-    static const QRegularExpression name(QStringLiteral("^ODE_sol_(\\d+)_(\\d+)\\.csv$"));
-    QVector<int> points;
-    const QStringList files = folder.entryList({QStringLiteral("ODE_sol_%1_*.csv").arg(k)}, QDir::Files);
-    for (const QString &file : files) {
-        const QRegularExpressionMatch match = name.match(file);
-        if (match.hasMatch() && match.captured(1).toInt() == k)
-            points << match.captured(2).toInt();
-    }
-    return points;
-}
-
 // The stored solution points of every iteration, from one listing of the folder.
 QMap<int, QVector<int>> solutionPointsByIteration(const QDir &folder)
 {
@@ -83,20 +69,6 @@ QMap<int, QVector<int>> solutionPointsByIteration(const QDir &folder)
             points[match.captured(1).toInt()] << match.captured(2).toInt();
     }
     return points;
-}
-
-// The newest iteration with at least one ODE_sol file, or -1.
-int newestSolutionIteration(const QDir &folder)
-{
-    static const QRegularExpression name(QStringLiteral("^ODE_sol_(\\d+)_(\\d+)\\.csv$"));
-    int newest = -1;
-    const QStringList files = folder.entryList({QStringLiteral("ODE_sol_*.csv")}, QDir::Files);
-    for (const QString &file : files) {
-        const QRegularExpressionMatch match = name.match(file);
-        if (match.hasMatch())
-            newest = std::max(newest, match.captured(1).toInt());
-    }
-    return newest;
 }
 
 // The first row of a single-row file; empty for a missing file.
@@ -266,13 +238,13 @@ bool moveFile(const QDir &from, const QDir &to, const QString &fileName)
 // point; empty for a point without a complete file.
 void loadSolutions(const QString &projectFolder, compResult &result)
 {
-    const QDir folder(resultFolderPath(projectFolder));
-    const int k = newestSolutionIteration(folder);
-    if (k < 0)
+    const QMap<int, QVector<int>> stored = solutionPointsByIteration(QDir(resultFolderPath(projectFolder)));
+    if (stored.isEmpty())
         return;
+    const int k = stored.lastKey();
     const int n = result.X.first().size();
     result.solutions.resize(n);
-    for (int point : storedSolutionPoints(folder, k)) {
+    for (int point : stored.last()) {
         if (point >= n)
             continue;
         const std::optional<DoubleMatrix> solution =

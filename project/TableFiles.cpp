@@ -10,23 +10,25 @@
 namespace {
 
 // The text is formed in memory and the file written at once, through a
-// temporary file, so that a reader never sees part of it.
-template<typename Matrix>
-void writeMatrix(const QString &path, const Matrix &matrix)
+// temporary file (write(data, size) does that), so that a reader never sees
+// part of it.
+template<typename Matrix, typename Write>
+void writeMatrix(const Matrix &matrix, Write write)
 {
     std::string text;
     appendMatrixText(text, matrix);
-    if (!writeFileAtomically(path, text.data(), text.size()))
+    if (!write(text.data(), text.size()))
         qDebug() << "Error, unable to save";
 }
 
-template<typename Matrix>
-void writeMatrix(const AtomicFolder &folder, const QString &fileName, const Matrix &matrix)
+auto toPath(const QString &path)
 {
-    std::string text;
-    appendMatrixText(text, matrix);
-    if (!folder.write(fileName, text.data(), text.size()))
-        qDebug() << "Error, unable to save";
+    return [&path](const char *data, std::size_t size) { return writeFileAtomically(path, data, size); };
+}
+
+auto toFolder(const AtomicFolder &folder, const QString &fileName)
+{
+    return [&](const char *data, std::size_t size) { return folder.write(fileName, data, size); };
 }
 
 // Lines of a text file, or false when it is missing or cannot be opened.
@@ -105,19 +107,19 @@ DoubleMatrix textToDoubleMatrix(const QString &text)
 
 void writeDoubleMatrix(const QString &path, const DoubleMatrix &matrix)
 {
-    writeMatrix(path, matrix);
+    writeMatrix(matrix, toPath(path));
 }
 void writeIntMatrix(const QString &path, const IntMatrix &matrix)
 {
-    writeMatrix(path, matrix);
+    writeMatrix(matrix, toPath(path));
 }
 void writeDoubleMatrix(const AtomicFolder &folder, const QString &fileName, const DoubleMatrix &matrix)
 {
-    writeMatrix(folder, fileName, matrix);
+    writeMatrix(matrix, toFolder(folder, fileName));
 }
 void writeIntMatrix(const AtomicFolder &folder, const QString &fileName, const IntMatrix &matrix)
 {
-    writeMatrix(folder, fileName, matrix);
+    writeMatrix(matrix, toFolder(folder, fileName));
 }
 
 DoubleMatrix readDoubleMatrix(const QString &path)
